@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs every Debian package the project needs. Safe to run again.
+set -euo pipefail
+export DEBIAN_FRONTEND=noninteractive
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO="sudo"
+APT="$SUDO apt-get -o DPkg::Lock::Timeout=300 -y -q"
+
+packages=(
+  build-essential cmake ninja-build pkg-config
+  libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev
+  libboost-dev libspdlog-dev nlohmann-json3-dev libcli11-dev
+  googletest libgtest-dev libgmock-dev libbenchmark-dev
+)
+if [ "${1:-}" != "--core" ]; then
+  packages+=(libaravis-dev aravis-tools aravis-tools-cli libusb-1.0-0-dev zlib1g-dev)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  $APT update
+  $APT install --no-install-recommends "${missing[@]}"
+fi

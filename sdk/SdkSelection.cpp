@@ -1,0 +1,65 @@
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "TavriCommon/Exceptions.h"
+#include "sdk/Backends.h"
+#include "sdk/TeliSdk.h"
+
+namespace Tavri {
+namespace {
+
+#ifdef _WIN32
+constexpr const char* kDefaultBackend = "teli";
+#else
+constexpr const char* kDefaultBackend = "aravis";
+#endif
+
+std::mutex selectionMutex;
+TeliSdk* active = nullptr;
+TeliSdk* overridden = nullptr;
+// Backends live until the process ends: camera objects hold references to them.
+std::map<std::string, std::unique_ptr<TeliSdk>> made;
+
+std::unique_ptr<TeliSdk> make(const std::string& name) {
+#ifdef TAVRI_HAVE_SIM
+    if (name == "sim") return sim::makeSdk();
+#endif
+#ifdef TAVRI_HAVE_ARAVIS
+    if (name == "aravis") return aravis::makeSdk();
+#endif
+#ifdef TAVRI_HAVE_TELI
+    if (name == "teli") return teli::makeSdk();
+#endif
+    if (name == "sim" || name == "aravis" || name == "teli")
+        throw RuntimeException("Camera SDK backend '" + name + "' is not built into this driver");
+    throw RuntimeException("Unknown camera SDK backend '" + name +
+                           "' in TAVRI_TELI_SDK; expected one of teli, aravis, sim");
+}
+
+}  // namespace
+
+void overrideSdk(TeliSdk* sdk) {
+    std::lock_guard<std::mutex> lock(selectionMutex);
+    overridden = sdk;
+}
+
+TeliSdk& selectSdk() {
+    std::lock_guard<std::mutex> lock(selectionMutex);
+    if (overridden) return *(active = overridden);
+    const char* env = std::getenv("TAVRI_TELI_SDK");
+    const std::string name = env && *env ? env : kDefaultBackend;
+    auto& slot = made[name];
+    if (!slot) slot = make(name);
+    return *(active = slot.get());
+}
+
+TeliSdk& activeSdk() {
+    std::lock_guard<std::mutex> lock(selectionMutex);
+    if (overridden) return *overridden;
+    if (!active) throw RuntimeException("No camera SDK selected: initializeDriver has not run");
+    return *active;
+}
+
+}  // namespace Tavri
