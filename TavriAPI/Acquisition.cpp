@@ -1,0 +1,73 @@
+// Single grabs and continuous grabbing: trigger, wait, take, copy, re-queue.
+
+#include <algorithm>
+#include <cstring>
+
+#include "TavriAPI/Messages.h"
+#include "TavriAPI/TavriCameraToshibaTeli.h"
+#include "platform/Platform.h"
+
+namespace Tavri {
+
+using detail::formatMessage;
+
+namespace {
+int matTypeFor(std::int32_t mode) { return mode == static_cast<std::int32_t>(ImageType::Color) ? CV_8UC3 : CV_8UC1; }
+std::size_t byteSize(const cv::Mat& image) { return image.total() * image.elemSize(); }
+}  // namespace
+
+cv::Mat TavriCameraToshibaTeli::grab() {
+    const int cols = getCols();
+    const int rows = getRows();
+    cv::Mat image;
+    image.create(rows, cols, matTypeFor(mode));
+    initGrabContinuous();
+    grabImageInto(image.data, byteSize(image), 2000);
+    releaseGrabContinuous();
+    return image;
+}
+
+void TavriCameraToshibaTeli::initGrabContinuous() { startStream(STRM_REQUEST_NUM); }
+
+void TavriCameraToshibaTeli::getNextImage(cv::Mat& image, int timeout) {
+    if (!image.data) throw RuntimeException("Cannot grab into an image without data");
+    if (!image.isContinuous()) throw RuntimeException("Cannot grab into an image whose data are not continuous");
+    grabImageInto(image.data, byteSize(image), timeout);
+}
+
+void TavriCameraToshibaTeli::releaseGrabContinuous() { stopStream(STRM_REQUEST_NUM); }
+
+// Without a size for the destination, the copy is bounded by a request buffer: no
+// completed image can be longer than that.
+void TavriCameraToshibaTeli::grabImage(unsigned char* destination, int timeout) {
+    grabImageInto(destination, payloadSize, timeout);
+}
+
+void TavriCameraToshibaTeli::grabImageInto(std::uint8_t* destination, std::size_t capacity, int timeout) {
+    if (softwareTrigger && sdk.sdkExecuteSoftwareTrigger(cameraHandle) != SdkResult::Success)
+        throw RuntimeException("Failed to send software trigger signal to camera");
+    // -1 becomes 0xFFFFFFFF: no time limit.
+    if (platform::waitForEvent(imageEvent, static_cast<std::uint32_t>(timeout)) != 0)
+        throw RuntimeException("Failed to wait for camera image completion");
+    if (sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize) !=
+        SdkResult::Success)
+        throw RuntimeException("Failed to grab image from camera.");
+    copyCompleted(destination, capacity);
+    if (sdk.sdkEnqueueRequest(streamHandle, completedRequest) != SdkResult::Success)
+        throw RuntimeException("Failed to re-enqueue image stream request on camera.");
+}
+
+void TavriCameraToshibaTeli::copyCompleted(std::uint8_t* destination, std::size_t capacity) {
+    if (completedSize == 0) return;
+    if (!completedBuffer) {
+        TAVRI_LOG(3, formatMessage("Completed request reported %d bytes but no buffer; nothing copied", completedSize));
+        return;
+    }
+    const std::size_t copied = std::min<std::size_t>(completedSize, capacity);
+    std::memcpy(destination, completedBuffer, copied);
+    if (copied < completedSize)
+        TAVRI_LOG(3, formatMessage("Dropped %d bytes of a %d-byte image that does not fit its %d-byte destination",
+                                   completedSize - copied, completedSize, capacity));
+}
+
+}  // namespace Tavri

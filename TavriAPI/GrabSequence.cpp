@@ -1,0 +1,56 @@
+// Grab sequences: a worker thread collects n externally triggered images into one
+// image set while the host goes on.
+
+#include "TavriAPI/Messages.h"
+#include "TavriAPI/TavriCameraToshibaTeli.h"
+#include "TavriCommon/StdAbortThread.h"
+#include "platform/Platform.h"
+
+namespace Tavri {
+
+using detail::formatMessage;
+
+void TavriCameraToshibaTeli::startGrabSequenceAsync(int count) {
+    // A second worker would share the stream and the completed-request fields with
+    // the first: refuse before anything changes.
+    if (sequenceThread.joinable()) throw RuntimeException("Grab sequence already running");
+    checkRequestCount(count, "grab a sequence of");
+
+    sequenceLength = count;
+    const int rows = getRows();
+    const int cols = getCols();
+    currentImageSet = std::make_shared<ImageSet>(count, cols, rows, static_cast<ImageType>(mode));
+    startStream(count);
+    sequenceThread = StdAbortThread([this] { grabSequenceWorker(); });
+}
+
+void TavriCameraToshibaTeli::grabSequenceWorker() {
+    TAVRI_LOG(1, "grabSequence worker thread started");
+    int taken = 0;
+    try {
+        for (int i = 0; i < sequenceLength; ++i) {
+            if (platform::waitForEvent(imageEvent, static_cast<std::uint32_t>(sequenceImageTimeout)) != 0)
+                throw RuntimeException("Failed to wait for camera image completion");
+            if (sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize) !=
+                SdkResult::Success)
+                throw RuntimeException("Failed to grab image from camera");
+            ImageSet& set = *currentImageSet;
+            copyCompleted(set.images.at(static_cast<std::size_t>(i)).data, static_cast<std::size_t>(set.bytesPerImage));
+            taken = i + 1;
+        }
+    } catch (const std::exception& error) {
+        TAVRI_LOG(3, "An unknown error occured");
+        TAVRI_LOG(1, formatMessage("Grab sequence ended after %d of %d images: %s", taken, sequenceLength,
+                                   error.what()));
+    }
+    TAVRI_LOG(1, "grabSequence worker thread ended");
+}
+
+std::shared_ptr<ImageSet> TavriCameraToshibaTeli::finishGrabSequenceAsync() {
+    sequenceThread.join();
+    stopStream(sequenceLength);
+    sequenceLength = 0;
+    return currentImageSet;
+}
+
+}  // namespace Tavri

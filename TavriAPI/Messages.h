@@ -1,0 +1,21 @@
+#pragma once
+// Message building shared by the driver's files: every text with a variable part is
+// made with Boost.Format.
+
+#include <boost/format.hpp>
+#include <string>
+
+#include "TavriCommon/Exceptions.h"
+#include "TavriCommon/Logger.h"
+
+namespace Tavri::detail {
+
+template <typename... Args>
+std::string formatMessage(const std::string& pattern, const Args&... args) {
+    boost::format format(pattern);
+    return (format % ... % args).str();
+}
+
+inline std::string failedTo(const std::string& action) { return formatMessage("Failed to %s", action); }
+
+}  // namespace Tavri::detail

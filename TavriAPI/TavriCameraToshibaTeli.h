@@ -1,0 +1,111 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "TavriAPI/CameraDriver.h"
+#include "sdk/TeliSdk.h"
+
+namespace Tavri {
+
+// One Toshiba Teli camera behind the platform's camera-driver interface.
+class TavriCameraToshibaTeli : public CameraDriver {
+public:
+    virtual ~TavriCameraToshibaTeli();
+
+    std::vector<InternalCameraInfo> getInfoInternalCameras() const override;
+    const char* driver() override;
+    bool initializeCamera(const char* serialNumber) override;
+    void releaseCamera() override;
+    bool isConnected() override;
+    bool isReal() const override;
+    bool updateSettings(const TSettings& settings) override;
+    const TSettings settings() override;
+    ImageType getMode() override;
+    void setMode(ImageType mode) override;
+    int getBayerLayout() override;
+    int getRows() override;
+    int getCols() override;
+    cv::Mat grab() override;
+    void startGrabSequenceAsync(int count) override;
+    std::shared_ptr<ImageSet> finishGrabSequenceAsync() override;
+    void initGrabContinuous() override;
+    void getNextImage(cv::Mat& image, int timeout) override;
+    void releaseGrabContinuous() override;
+
+    // Talks to the backend that initializeDriver selected.
+    TavriCameraToshibaTeli();
+    // Talks to the given backend, which must outlive the object.
+    explicit TavriCameraToshibaTeli(TeliSdk& sdk);
+
+protected:
+    bool checkPresence();
+
+    void initQueue();
+    void releaseQueue();
+    void flush();
+    void enqueue(int count);
+    void dequeue(int count);
+    void startStream(int count);
+    void stopStream(int count);
+
+    void grabImage(unsigned char* destination, int timeout);
+    void grabSequenceWorker();
+
+    double getExposureTime();
+    void setExposureTime(double exposure);
+    void setBlackLevel(double level);
+    void setRedBalance(double ratio);
+    void setBlueBalance(double ratio);
+
+    void setCameraTriggerHardware();
+    void setCameraTriggerSoftware();
+
+    static const int STRM_REQUEST_NUM = 120;
+
+    bool isInitialized = false;
+    // Raw until the first setMode: the catalogue's default colour mode.
+    std::int32_t mode = static_cast<std::int32_t>(ImageType::Raw);
+    std::int32_t sequenceLength = 0;
+    std::int32_t sequenceImageTimeout = 500;
+    bool softwareTrigger = false;
+    std::uint32_t cameraCount = 0;
+    std::uint32_t payloadSize = 0;
+    std::uint32_t completedSize = 0;
+    EventHandle imageEvent = nullptr;
+    CameraHandle cameraHandle = nullptr;
+    StreamHandle streamHandle = nullptr;
+    std::uint8_t* requestBuffer = nullptr;
+    std::shared_ptr<ImageSet> currentImageSet;
+    std::array<RequestHandle, STRM_REQUEST_NUM> requests{};
+    std::uint8_t* completedBuffer = nullptr;
+    RequestHandle completedRequest = nullptr;
+    std::thread sequenceThread;
+
+    TeliSdk& sdk;
+
+private:
+    int getCameraIndex(const char* serialNumber);
+
+    // Gives back whatever a failed or finished open still holds; used by release and
+    // by an open that follows a failed one.
+    void releaseResources();
+    // Refuses a request count outside the pool before any SDK call.
+    static void checkRequestCount(int count, const char* operation);
+    // grabImage with the destination's size: the copy never runs past `capacity`.
+    void grabImageInto(std::uint8_t* destination, std::size_t capacity, int timeout);
+    // Copies the last completed payload, bounded by `capacity`; a surplus is dropped
+    // and logged.
+    void copyCompleted(std::uint8_t* destination, std::size_t capacity);
+};
+
+}  // namespace Tavri
+
+extern "C" {
+void initializeDriver();
+Tavri::CameraDriver* createCamera();
+void releaseDriver();
+}
