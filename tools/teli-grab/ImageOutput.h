@@ -1,0 +1,29 @@
+#pragma once
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <string>
+#include <vector>
+
+#include "TavriAPI/ImageType.h"
+
+namespace TeliGrab {
+
+// The camera's BayerBG8 mosaic (B G / G R) as OpenCV names it: OpenCV names Bayer
+// codes after the second row, so BayerBG8 is its "RG" pattern.
+constexpr int kBayerBG8ToBgr = cv::COLOR_BayerRG2BGR;
+
+// An image as the driver delivers it, made ready for a PNG file: Color images arrive
+// as RGB8 and are reordered to OpenCV's BGR; Raw mosaics are demosaiced when `debayer`
+// is set and written as they are otherwise; Gray is written as it is.
+cv::Mat forPng(const cv::Mat& image, Tavri::ImageType mode, bool debayer);
+
+// All images as thumbnails in a near-square grid, numbered, on a dark background.
+// The images are already prepared with forPng. Thumbnails are at most `thumbWidth`
+// pixels wide and keep the images' aspect ratio.
+cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth = 240);
+
+// Writes a PNG; ToolError(OutputError) naming the file when it cannot.
+void writePng(const std::string& fileName, const cv::Mat& image);
+
+}  // namespace TeliGrab

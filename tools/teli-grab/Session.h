@@ -1,0 +1,67 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+#include "PluginLibrary.h"
+#include "TavriAPI/CameraDriver.h"
+
+namespace TeliGrab {
+
+// initializeDriver on construction, releaseDriver on destruction.
+class DriverLifetime {
+public:
+    explicit DriverLifetime(const PluginLibrary& library);
+    ~DriverLifetime();
+    DriverLifetime(const DriverLifetime&) = delete;
+    DriverLifetime& operator=(const DriverLifetime&) = delete;
+
+private:
+    TavriReleaseDriverFn release_;
+};
+
+// The camera object from createCamera: releaseCamera (when it was opened), then delete.
+class CameraObject {
+public:
+    explicit CameraObject(const PluginLibrary& library);
+    ~CameraObject();
+    CameraObject(const CameraObject&) = delete;
+    CameraObject& operator=(const CameraObject&) = delete;
+
+    Tavri::CameraDriver& driver() { return *camera_; }
+    void markOpened() { opened_ = true; }
+
+private:
+    std::unique_ptr<Tavri::CameraDriver> camera_;
+    bool opened_ = false;
+};
+
+// A loaded plug-in with one camera object. Members are torn down in reverse order:
+// release the camera, delete the object, releaseDriver, dlclose.
+class Session {
+public:
+    // Loads the plug-in at `pluginPath`; the driver's environment is already set.
+    Session(const GlobalOptions& options, const std::string& pluginPath);
+
+    Tavri::CameraDriver& camera() { return camera_.driver(); }
+
+    // Opens the camera named by --serial (or the first listed), then applies --mode,
+    // `tree` when given, and --set, in that order. Unknown serial:
+    // ToolError(CameraNotFound) listing the serials present.
+    Tavri::CameraDriver& open(const Tavri::TSettings* tree = nullptr);
+
+private:
+    const GlobalOptions& options_;
+    PluginLibrary library_;
+    DriverLifetime lifetime_;
+    CameraObject camera_;
+};
+
+// Runs `body` on a fresh session. Every exception is turned into a ToolError before the
+// plug-in is unloaded, since its type information and text may live in the plug-in.
+void withSession(const GlobalOptions& options, const std::function<void(Session&)>& body);
+
+}  // namespace TeliGrab

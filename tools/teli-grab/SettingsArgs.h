@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "TavriCommon/Settings.h"
+
+namespace TeliGrab {
+
+// One --set Key=Value. A value that parses fully as a number is a number, else a word.
+struct Assignment {
+    std::string key;
+    bool isNumber = false;
+    double number = 0.0;
+    std::string word;
+};
+
+// Throws ToolError(Usage) for a text without "=" or with an empty key.
+Assignment parseAssignment(const std::string& text);
+
+// The assignments as one settings tree, later ones overriding earlier ones.
+Tavri::TSettings settingsFromAssignments(const std::vector<std::string>& texts);
+
+}  // namespace TeliGrab

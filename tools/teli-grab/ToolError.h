@@ -1,0 +1,31 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace TeliGrab {
+
+// Exit codes; the help footer and README.md list the same table.
+enum class ExitCode : int {
+    Ok = 0,
+    Usage = 1,
+    PluginNotLoaded = 2,
+    CameraNotFound = 3,
+    DriverError = 4,
+    BadSettingsFile = 5,
+    OutputError = 6,
+};
+
+// The one exception type that leaves a session. Driver exceptions are turned into it
+// while the plug-in is still loaded: their code lives in the plug-in, so they must be
+// gone before dlclose.
+class ToolError : public std::runtime_error {
+public:
+    ToolError(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
+    ExitCode code() const { return code_; }
+
+private:
+    ExitCode code_;
+};
+
+}  // namespace TeliGrab
