@@ -1,0 +1,19 @@
+#pragma once
+// The cameras Aravis finds, in a stable order: by serial number, then device id, so
+// an index means the same camera from one enumeration to the next.
+
+#include <string>
+#include <vector>
+
+namespace Tavri::aravis {
+
+struct DiscoveredCamera {
+    std::string deviceId;  // what Aravis opens the camera by
+    std::string vendor;
+    std::string model;
+    std::string serial;  // the camera's serial number, or its device id when it reports none
+};
+
+std::vector<DiscoveredCamera> discoverCameras();
+
+}  // namespace Tavri::aravis
