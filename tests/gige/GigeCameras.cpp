@@ -1,0 +1,70 @@
+#include "tests/gige/GigeCameras.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+
+namespace Tavri::gige {
+namespace {
+
+std::string env(const char* name) {
+    const char* value = std::getenv(name);
+    if (!value) throw std::runtime_error(std::string(name) + " is not set: run through run-in-netns.sh");
+    return value;
+}
+
+}  // namespace
+
+std::vector<std::string> stockSerials() {
+    std::istringstream words(env("TAVRI_GIGE_STOCK_SERIALS"));
+    std::vector<std::string> serials;
+    for (std::string serial; words >> serial;) serials.push_back(serial);
+    return serials;
+}
+
+std::string fixtureSerial() { return env("TAVRI_GIGE_FIXTURE_SERIAL"); }
+
+std::vector<std::string> allSerials() {
+    auto serials = stockSerials();
+    serials.push_back(fixtureSerial());
+    std::sort(serials.begin(), serials.end());
+    return serials;
+}
+
+void pulseTriggerLine(int count) {
+    const std::string path = env("TAVRI_GIGE_FIXTURE_CONTROL");
+    // Non-blocking: the fixture holds the FIFO open, so this never waits.
+    const int fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK);
+    if (fd < 0) throw std::runtime_error("cannot open the fixture's trigger FIFO " + path);
+    const std::string line = std::to_string(count) + "\n";
+    const ssize_t written = ::write(fd, line.data(), line.size());
+    ::close(fd);
+    if (written != static_cast<ssize_t>(line.size())) throw std::runtime_error("trigger FIFO write failed");
+}
+
+bool killCamera(const std::string& serial) {
+    std::istringstream entries(env("TAVRI_GIGE_PIDS"));
+    for (std::string entry; entries >> entry;) {
+        const auto equals = entry.find('=');
+        if (entry.substr(0, equals) != serial) continue;
+        const pid_t pid = static_cast<pid_t>(std::stol(entry.substr(equals + 1)));
+        return ::kill(pid, SIGKILL) == 0;
+    }
+    return false;
+}
+
+std::size_t patternMismatches(const std::uint8_t* pixels, std::uint32_t width, std::uint32_t height) {
+    const unsigned frame = pixels[0];
+    std::size_t mismatches = 0;
+    for (std::uint32_t y = 0; y < height; ++y)
+        for (std::uint32_t x = 0; x < width; ++x)
+            if (pixels[std::size_t{y} * width + x] != (x + y + frame) % 255) ++mismatches;
+    return mismatches;
+}
+
+}  // namespace Tavri::gige

@@ -1,0 +1,30 @@
+#pragma once
+// What the namespace harness (run-in-netns.sh) set up for a GigE test: the cameras'
+// serials, the fixture's trigger line, and the camera processes' ids.
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Tavri::gige {
+
+std::vector<std::string> stockSerials();
+std::string fixtureSerial();
+// Every camera's serial, the order the backend lists them in (sorted).
+std::vector<std::string> allSerials();
+
+// Pulses the fixture's trigger line `count` times.
+void pulseTriggerLine(int count);
+
+// Kills the camera process serving `serial` outright (SIGKILL), as a camera that
+// loses power; returns false if the harness did not start it.
+bool killCamera(const std::string& serial);
+
+// The fake camera's Mono8 test pattern at scale 1 (gain 0, exposure 10000 us): pixel
+// (x, y) of frame f holds (x + y + f) mod 255. Returns the number of pixels of the
+// image that break it for the frame that pixel (0, 0) implies.
+std::size_t patternMismatches(const std::uint8_t* pixels, std::uint32_t width, std::uint32_t height);
+
+}  // namespace Tavri::gige
