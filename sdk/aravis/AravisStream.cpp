@@ -176,6 +176,16 @@ bool AravisStream::completedWaiting() {
     return output > 0;
 }
 
+// The event stands for "completed buffers are waiting". It merges signals, so one
+// wait per take would miss images of a burst unless it is signalled again while any
+// are left; and a signal left over from buffers a take, drain or flush removed would
+// wake the next wait for nothing. Clearing before the check keeps a report that
+// races with it from being lost: Aravis counts the buffer before it signals.
+void AravisStream::syncEvent() {
+    platform::waitForEvent(event_, 0);
+    if (completedWaiting()) platform::setEvent(event_);
+}
+
 Result AravisStream::takeCompleted(RequestHandle* handle, std::uint8_t** data, std::uint32_t* size) {
     if (!handle || !data || !size) return AravisResult::InvalidArgument;
     std::lock_guard<std::mutex> lock(queueMutex_);
@@ -201,9 +211,7 @@ Result AravisStream::takeCompleted(RequestHandle* handle, std::uint8_t** data, s
     *data = request->data;
     *size = bytes;
 
-    // The event merges signals: one wait per take must still find every image of a
-    // burst, so signal again while completed buffers are left.
-    if (completedWaiting()) platform::setEvent(event_);
+    syncEvent();
     return status;
 }
 
@@ -220,6 +228,7 @@ Result AravisStream::flushWaitQueue() {
         if (!parked) request->onStream = false;
     }
     arv_stream_start_thread(stream_.get());
+    syncEvent();
     return AravisResult::Success;
 }
 

@@ -54,6 +54,7 @@ private:
     ArvBuffer* popCompleted();
     void parkCompleted();
     bool completedWaiting();
+    void syncEvent();
     void countTaken();
 
     std::shared_ptr<CameraConnection> connection_;
