@@ -34,6 +34,15 @@ std::string text(const T& value) {
     return out.str();
 }
 
+// Calls a getter into a preset value, then reports both; the preset shows a getter
+// that reports success without writing.
+template <typename T, typename Getter>
+std::string read(T preset, Getter getter) {
+    T value = preset;
+    const Result result = getter(&value);
+    return answer(result, text(value));
+}
+
 struct Query {
     const char* name;
     std::function<std::string(TeliSdk&, CameraHandle)> ask;
@@ -48,49 +57,37 @@ const std::vector<Query>& queries() {
              return answer(result, record.firstText() + "|" + record.secondText() + "|" + record.serialNumber());
          }},
         {"sdkGetSensorWidth", [](TeliSdk& sdk, CameraHandle camera) {
-             std::uint32_t value = 7;
-             return answer(sdk.sdkGetSensorWidth(camera, &value), text(value));
+             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetSensorWidth(camera, v); });
          }},
         {"sdkGetSensorHeight", [](TeliSdk& sdk, CameraHandle camera) {
-             std::uint32_t value = 7;
-             return answer(sdk.sdkGetSensorHeight(camera, &value), text(value));
+             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetSensorHeight(camera, v); });
          }},
         {"sdkGetWidth", [](TeliSdk& sdk, CameraHandle camera) {
-             std::uint32_t value = 7;
-             return answer(sdk.sdkGetWidth(camera, &value), text(value));
+             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetWidth(camera, v); });
          }},
         {"sdkGetHeight", [](TeliSdk& sdk, CameraHandle camera) {
-             std::uint32_t value = 7;
-             return answer(sdk.sdkGetHeight(camera, &value), text(value));
+             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetHeight(camera, v); });
          }},
         {"sdkGetTriggerMode", [](TeliSdk& sdk, CameraHandle camera) {
-             bool value = false;
-             const Result result = sdk.sdkGetTriggerMode(camera, &value);
-             return answer(result, text(value));
+             return read<bool>(false, [&](auto* v) { return sdk.sdkGetTriggerMode(camera, v); });
          }},
         {"sdkGetTriggerActivation", [](TeliSdk& sdk, CameraHandle camera) {
-             std::uint32_t value = 7;
-             return answer(sdk.sdkGetTriggerActivation(camera, &value), text(value));
+             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetTriggerActivation(camera, v); });
          }},
         {"sdkGetExposureTime", [](TeliSdk& sdk, CameraHandle camera) {
-             double value = -1.0;
-             return answer(sdk.sdkGetExposureTime(camera, &value), text(value));
+             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetExposureTime(camera, v); });
          }},
         {"sdkGetGain", [](TeliSdk& sdk, CameraHandle camera) {
-             double value = -1.0;
-             return answer(sdk.sdkGetGain(camera, &value), text(value));
+             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetGain(camera, v); });
          }},
         {"sdkGetBlackLevel", [](TeliSdk& sdk, CameraHandle camera) {
-             double value = -1.0;
-             return answer(sdk.sdkGetBlackLevel(camera, &value), text(value));
+             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetBlackLevel(camera, v); });
          }},
         {"sdkGetBalanceRatio red", [](TeliSdk& sdk, CameraHandle camera) {
-             double value = -1.0;
-             return answer(sdk.sdkGetBalanceRatio(camera, BalanceSelector::Red, &value), text(value));
+             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetBalanceRatio(camera, BalanceSelector::Red, v); });
          }},
         {"sdkGetBalanceRatio blue", [](TeliSdk& sdk, CameraHandle camera) {
-             double value = -1.0;
-             return answer(sdk.sdkGetBalanceRatio(camera, BalanceSelector::Blue, &value), text(value));
+             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetBalanceRatio(camera, BalanceSelector::Blue, v); });
          }},
     };
     return all;
@@ -183,6 +180,10 @@ TEST_F(OrdinalBinding, EnumeratesAsTheRigInProcess) {
 
 TEST_F(OrdinalBinding, SettersAndQueriesAnswerAsTheRigInProcess) {
     open(1);
+    // The rig's own value first: answers that agree only because neither side wrote
+    // anything would prove nothing.
+    EXPECT_EQ(read<std::uint32_t>(0, [&](auto* v) { return dll->sdkGetSensorWidth(dllCamera, v); }),
+              answer(SdkResult::Success, text(sim::rigFromEnvironment().cameras.at(1).width)));
     expectSameAnswers("after open");
     for (const Setter& setter : setters()) {
         EXPECT_EQ(setter.apply(*dll, dllCamera), setter.apply(*inProcess, simCamera)) << setter.name;
