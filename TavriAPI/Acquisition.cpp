@@ -63,11 +63,13 @@ void TavriCameraToshibaTeli::copyCompleted(std::uint8_t* destination, std::size_
         TAVRI_LOG(3, formatMessage("Completed request reported %d bytes but no buffer; nothing copied", completedSize));
         return;
     }
-    const std::size_t copied = std::min<std::size_t>(completedSize, capacity);
+    // Never read past the request's buffer nor write past the destination.
+    const std::size_t limit = std::min<std::size_t>(capacity, payloadSize);
+    const std::size_t copied = std::min<std::size_t>(completedSize, limit);
     std::memcpy(destination, completedBuffer, copied);
     if (copied < completedSize)
-        TAVRI_LOG(3, formatMessage("Dropped %d bytes of a %d-byte image that does not fit its %d-byte destination",
-                                   completedSize - copied, completedSize, capacity));
+        TAVRI_LOG(3, formatMessage("Dropped %d of %d image bytes: only %d fit the destination", completedSize - copied,
+                                   completedSize, copied));
 }
 
 }  // namespace Tavri

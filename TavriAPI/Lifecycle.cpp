@@ -11,6 +11,8 @@ namespace Tavri {
 using detail::failedTo;
 using detail::formatMessage;
 
+const int TavriCameraToshibaTeli::STRM_REQUEST_NUM;
+
 TavriCameraToshibaTeli::TavriCameraToshibaTeli() : TavriCameraToshibaTeli(activeSdk()) {}
 
 TavriCameraToshibaTeli::TavriCameraToshibaTeli(TeliSdk& sdk) : sdk(sdk) {}

@@ -87,12 +87,12 @@ protected:
 
     TeliSdk& sdk;
 
-private:
-    int getCameraIndex(const char* serialNumber);
-
     // Gives back whatever a failed or finished open still holds; used by release and
     // by an open that follows a failed one.
     void releaseResources();
+
+private:
+    int getCameraIndex(const char* serialNumber);
     // Refuses a request count outside the pool before any SDK call.
     static void checkRequestCount(int count, const char* operation);
     // grabImage with the destination's size: the copy never runs past `capacity`.
