@@ -7,8 +7,8 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <algorithm>
 #include <regex>
-#include <set>
 #include <sstream>
 
 #include "ProcessRunner.h"
@@ -46,12 +46,23 @@ protected:
     fs::path scratch_;
 };
 
-// Cases that drive a camera: they need the simulated rig in the plug-in.
+// Cases that drive a camera: they need the simulated rig in the plug-in. Unless a case
+// brings its own, they run on two small cameras: a sequence gives each image only
+// 500 ms, and a full-size first frame takes longer than that in a sanitizer build.
 class TeliGrabOnSim : public TeliGrabProcess {
 protected:
     void SetUp() override {
         if (!TOOL_TEST_HAVE_SIM) GTEST_SKIP() << "the plug-in is built without the simulated rig (TAVRI_WITH_SIM)";
         TeliGrabProcess::SetUp();
+        writeFile("rig.json", R"({"seed": 1, "projector": {"rate": 60}, "cameras": [
+            {"serial": "SIMA", "model": "MODEL-A", "vendor": "Vendor A", "width": 320, "height": 240},
+            {"serial": "SIMB", "model": "MODEL-B", "vendor": "Vendor B", "width": 320, "height": 240}]})");
+    }
+
+    ProcessResult run(std::vector<std::string> arguments) {
+        if (std::find(arguments.begin(), arguments.end(), "--rig") == arguments.end())
+            arguments.insert(arguments.begin(), {"--rig", path("rig.json")});
+        return TeliGrabProcess::run(arguments);
     }
 
     std::vector<std::string> serials() {
@@ -128,13 +139,12 @@ TEST_F(TeliGrabOnSim, RefusesWhatTheCameraOrDriverRefuses) {
     EXPECT_FALSE(fs::exists(path("long/image_000.png")));
 }
 
-TEST_F(TeliGrabOnSim, ListsEveryCameraOnceWithModelAndVendor) {
+TEST_F(TeliGrabOnSim, ListsEveryCameraOfTheRigInOrder) {
     const auto listed = run({"list"});
     ASSERT_EQ(listed.exitCode, 0) << describe(listed);
-    EXPECT_THAT(listed.out, ::testing::StartsWith("SERIAL"));
-    const auto present = serials();
-    ASSERT_FALSE(present.empty());
-    EXPECT_EQ(std::set<std::string>(present.begin(), present.end()).size(), present.size());
+    EXPECT_THAT(listed.out, ::testing::ContainsRegex("^SERIAL +MODEL +VENDOR\n"
+                                                     "SIMA +MODEL-A +Vendor A\n"
+                                                     "SIMB +MODEL-B +Vendor B\n$"));
 }
 
 TEST_F(TeliGrabOnSim, SequenceWritesEveryImageAndAContactSheet) {
@@ -149,7 +159,7 @@ TEST_F(TeliGrabOnSim, SequenceWritesEveryImageAndAContactSheet) {
         images.push_back(cv::imread(path(name), cv::IMREAD_UNCHANGED));
         ASSERT_FALSE(images.back().empty()) << name;
         EXPECT_EQ(images.back().type(), CV_8UC1) << "a freshly opened camera delivers Raw mosaics";
-        EXPECT_EQ(images.back().size(), images.front().size());
+        EXPECT_EQ(images.back().size(), cv::Size(320, 240));
     }
     EXPECT_FALSE(fs::exists(path("seq/image_012.png")));
     bool anyDiffers = false;
