@@ -760,12 +760,23 @@ Result SimSdk::sdkEnqueueRequest(StreamHandle stream, RequestHandle request) {
                             });
 }
 
+namespace {
+// With no completed request left, a signal still pending stands for images that were
+// taken without a wait (a drain): consume it, so that a signal always means an image.
+void clearSignal(StreamObj& s) {
+    if (s.event) platform::waitForEvent(s.event, 0);
+}
+}  // namespace
+
 Result SimSdk::sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* request, std::uint8_t** buffer,
                                        std::uint32_t* size) {
     return impl->withStream("sdkTakeCompletedRequest", stream, Access::HostSide, false,
                             [&](Device&, StreamObj& s, std::unique_lock<std::mutex>&) {
                                 if (!request || !buffer || !size) return NullArgument;
-                                if (s.completed.empty()) return NoCompletedRequest;
+                                if (s.completed.empty()) {
+                                    clearSignal(s);
+                                    return NoCompletedRequest;
+                                }
                                 RequestObj* r = s.completed.front();
                                 s.completed.pop_front();
                                 r->state = RequestObj::State::Held;
@@ -773,7 +784,10 @@ Result SimSdk::sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* reque
                                 *buffer = r->buffer;
                                 *size = r->bytes;
                                 // One wait per take: signal again while images are left.
-                                if (!s.completed.empty() && s.event) platform::setEvent(s.event);
+                                if (!s.completed.empty() && s.event)
+                                    platform::setEvent(s.event);
+                                else
+                                    clearSignal(s);
                                 return r->tooLarge ? FrameTooLarge : Success;
                             });
 }

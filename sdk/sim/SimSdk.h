@@ -24,7 +24,9 @@
 // flight (being filled or on its way) or completed. Each frame goes into the buffer of
 // the oldest waiting request; a frame that finds no waiting request is lost. The
 // stream's event is signalled once per completion and again after a take that leaves
-// completed requests, so one wait per take never misses an image. sdkFlushWaitQueue
+// completed requests, so one wait per take never misses an image; a take that leaves
+// no completed request (or finds none) consumes a signal still pending, so a signal
+// always stands for a waiting image, also after a drain without waits. sdkFlushWaitQueue
 // gives waiting requests back to the driver; requests in flight complete as usual. A
 // frame larger than its request's buffer completes as a failure: the take hands the
 // request back with size 0 and returns FrameTooLarge, and nothing is written.

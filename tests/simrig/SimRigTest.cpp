@@ -314,6 +314,14 @@ TEST_F(Rig, OneWaitPerTakeFindsEveryImageOfABurstAndNoMore) {
         EXPECT_EQ(cam.stamp(t).frame, k);
     }
     EXPECT_NE(platform::waitForEvent(cam.event, 0), 0u) << "no signal is left over after the last take";
+
+    // Images drained without waits leave no stale signal behind either.
+    ASSERT_EQ(sdk.sdkStopStream(cam.stream), Success);
+    cam.enqueue(6);
+    ASSERT_EQ(sdk.sdkStartStream(cam.stream, 8), Success);
+    while (cam.take().result == Success) {
+    }
+    EXPECT_NE(platform::waitForEvent(cam.event, 0), 0u) << "a signal must stand for a waiting image";
 }
 
 TEST_F(Rig, FrameLargerThanItsBufferCompletesAsAFailureAndWritesNothing) {
