@@ -166,6 +166,8 @@ main() {
     fetch_source
     build_opencv
     echo "$want" > "$stamp"
+    # Only the installed library is reused; the unpacked sources take ~400 MB.
+    rm -rf "$ocv/src" "$ocv/build"
     log "OpenCV for mingw installed in $ocv/install"
 }
 
