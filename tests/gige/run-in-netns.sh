@@ -16,6 +16,8 @@
 #   TAVRI_GIGE_STOCK_SERIALS, TAVRI_GIGE_FIXTURE_SERIAL, TAVRI_GIGE_FIXTURE_CONTROL,
 #   TAVRI_GIGE_PIDS ("serial=pid ..."), TAVRI_GIGE_IN_NETNS=1.
 # TAVRI_GIGE_TIMEOUT (seconds, default 120) bounds the whole run.
+# TAVRI_GIGE_FIXTURE_ARGS replaces the fixture's geometry and rate options
+# (default "--sensor 640x480").
 set -u
 
 if (($# < 3)); then
@@ -93,7 +95,7 @@ for serial in $stock_serials; do
 done
 mkfifo "$workdir/trigger"
 start_camera TAVRI-FIX "$fixture" --address 127.0.0.5 --serial TAVRI-FIX --genicam "$xml" \
-    --control "$workdir/trigger" --sensor 640x480
+    --control "$workdir/trigger" ${TAVRI_GIGE_FIXTURE_ARGS:---sensor 640x480}
 
 # Wait, bounded, until discovery sees every camera.
 ready=
