@@ -99,13 +99,32 @@ std::shared_ptr<const Scene> makeScene(const CameraConfig& camera, std::uint64_t
     const double bulge = std::max(4.0, radius * 0.12);
     const double gridStep = std::max(16.0, std::min(w, h) / 12.0);
 
+    // The waves are separable: sin(a + b) = sin a cos b + cos a sin b.
+    std::vector<double> sinX[3], cosX[3];
+    for (int k = 0; k < 3; ++k) {
+        sinX[k].resize(w);
+        cosX[k].resize(w);
+        for (std::uint32_t x = 0; x < w; ++x) {
+            sinX[k][x] = std::sin(waveFx[k] * x) / 3.0;
+            cosX[k][x] = std::cos(waveFx[k] * x) / 3.0;
+        }
+    }
+    const auto step = static_cast<std::uint32_t>(gridStep);
     std::int32_t maxDisparity = 0;
     for (std::uint32_t y = 0; y < h; ++y) {
+        double sinY[3], cosY[3];
+        for (int k = 0; k < 3; ++k) {
+            sinY[k] = std::sin(waveFy[k] * y + wavePhase[k]);
+            cosY[k] = std::cos(waveFy[k] * y + wavePhase[k]);
+        }
+        const double planeDisparity = planeNear + planeTilt * y / h;
+        const bool lineRow = y % step < 2;
+        const double dy = (y - cy) / radius;
         for (std::uint32_t x = 0; x < w; ++x) {
             const std::size_t i = static_cast<std::size_t>(y) * w + x;
-            double disparity = planeNear + planeTilt * y / h;
+            double disparity = planeDisparity;
             double r, g, b;
-            const double dx = (x - cx) / radius, dy = (y - cy) / radius, rho2 = dx * dx + dy * dy;
+            const double dx = (x - cx) / radius, rho2 = dx * dx + dy * dy;
             if (rho2 < 1.0) {
                 const double z = std::sqrt(1.0 - rho2);
                 disparity += bulge * z;
@@ -115,9 +134,8 @@ std::shared_ptr<const Scene> makeScene(const CameraConfig& camera, std::uint64_t
                 b = 0.30 * shade;
             } else {
                 double texture = 0.0;
-                for (int k = 0; k < 3; ++k)
-                    texture += std::sin(waveFx[k] * x + waveFy[k] * y + wavePhase[k]) / 3.0;
-                const bool line = std::fmod(x, gridStep) < 1.5 || std::fmod(y, gridStep) < 1.5;
+                for (int k = 0; k < 3; ++k) texture += sinX[k][x] * cosY[k] + cosX[k][x] * sinY[k];
+                const bool line = lineRow || x % step < 2;
                 const double level = (0.78 + 0.17 * texture) * (line ? 0.8 : 1.0);
                 r = 0.70 * level;
                 g = 0.68 * level;
@@ -126,7 +144,7 @@ std::shared_ptr<const Scene> makeScene(const CameraConfig& camera, std::uint64_t
             scene->albedo[i * 3 + 0] = toByte(r);
             scene->albedo[i * 3 + 1] = toByte(g);
             scene->albedo[i * 3 + 2] = toByte(b);
-            const auto d = static_cast<std::int16_t>(std::lround(disparity));
+            const auto d = static_cast<std::int16_t>(disparity + 0.5);
             scene->disparity[i] = d;
             maxDisparity = std::max<std::int32_t>(maxDisparity, d);
         }

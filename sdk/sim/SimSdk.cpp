@@ -689,6 +689,9 @@ Result SimSdk::sdkOpenStream(CameraHandle camera, EventHandle event, std::uint32
     return impl->withCamera("sdkOpenStream", camera, Access::Control, [&](Device& d, CameraObj&) {
         if (!payloadSize || !stream) return NullArgument;
         if (d.stream) return StreamAlreadyOpen;
+        // The scene is made here, not at the first frame, so that the first image of
+        // an acquisition is as quick as the others.
+        if (d.render) d.sceneOnceMade();
         d.stream = impl->keep(std::make_shared<StreamObj>(d.shared_from_this(), event));
         *payloadSize = d.payloadSize();
         *stream = d.stream;
