@@ -103,10 +103,11 @@ void writeAll(const Collected& collected, const std::string& directory, bool deb
         prepared.push_back(forPng(collected.images[i], collected.mode, debayer));
         writePng((std::filesystem::path(directory) / (boost::format("image_%03d.png") % i).str()).string(), prepared.back());
     }
-    const auto sheet = (std::filesystem::path(directory) / "contact_sheet.png").string();
+    const auto sheet = (std::filesystem::path(directory) / "contact_sheet.png").lexically_normal().string();
     writePng(sheet, contactSheet(prepared));
-    std::cout << boost::format("wrote %d images (%d x %d) to %s/image_000.png ... and the contact sheet %s\n") %
-                     prepared.size() % collected.images.front().cols % collected.images.front().rows % directory % sheet;
+    std::cout << boost::format("wrote %d images (%d x %d): %s ... and the contact sheet %s\n") % prepared.size() %
+                     collected.images.front().cols % collected.images.front().rows %
+                     (std::filesystem::path(directory) / "image_000.png").lexically_normal().string() % sheet;
 }
 
 }  // namespace
