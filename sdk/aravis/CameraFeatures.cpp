@@ -267,6 +267,11 @@ Result setTriggerSource(ArvCamera* camera, std::uint32_t source) {
 Result executeSoftwareTrigger(ArvCamera* camera) {
     if (const Result r = requireFeature(camera, "TriggerSoftware")) return r;
     if (const Result r = selectFrameTrigger(camera)) return r;
+    // A free-running camera makes its next frame anyway, and many refuse the command
+    // while TriggerMode is Off: the trigger is then already answered.
+    std::string mode;
+    if (const Result r = getEntry(camera, "TriggerMode", mode)) return r;
+    if (mode == "Off") return AravisResult::Success;
     return run([&](GError** e) { arv_camera_execute_command(camera, "TriggerSoftware", e); });
 }
 

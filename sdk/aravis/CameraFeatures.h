@@ -9,6 +9,10 @@
 // - Trigger source 0 (hardware) is the line named by TAVRI_ARAVIS_TRIGGER_LINE,
 //   Line0 when unset; 64 is Software; any other code is ValueNotSupported.
 // - Trigger activation 0 is FallingEdge, 1 RisingEdge.
+// - The SDK's software triggering is trigger mode off (the camera runs free) with
+//   source Software; a software trigger while TriggerMode is Off succeeds without a
+//   command, since the next frame comes anyway. With TriggerMode On it executes
+//   TriggerSoftware.
 // - Trigger sequence has no standard GenICam feature. A camera with a feature named
 //   TriggerSequence gets it (entry "TriggerSequence<n>" or the integer n); on any
 //   other camera 0, which means one frame per trigger pulse, is what a GenICam camera
