@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Builds the plug-in and teli-grab (default preset) and takes a hardware-triggered
-# sequence of 12 images from the simulated rig. Run scripts/deps.sh first.
+# Sets up the machine, builds the plug-in and teli-grab (default preset) and takes a
+# hardware-triggered sequence of 12 images from the simulated rig into out/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+bash scripts/deps.sh
 
 cmake --preset default
 cmake --build --preset default --target teli-grab tavri_toshiba_teli

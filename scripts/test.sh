@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Sets up a fresh Debian 12 machine and runs every test suite: the normal build, the
+# AddressSanitizer + UndefinedBehaviorSanitizer build, the ThreadSanitizer build of the
+# threaded suites (the GigE suite runs inside its private network namespace within the
+# first two), then the Windows build under wine.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/deps.sh
+
+for preset in default asan tsan; do
+    echo "=== $preset ==="
+    cmake --preset "$preset"
+    nice -n 5 cmake --build --preset "$preset"
+    ctest --preset "$preset"
+done
+
+echo "=== windows ==="
+bash scripts/windows.sh
