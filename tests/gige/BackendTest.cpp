@@ -30,6 +30,7 @@ constexpr std::uint32_t kImageWaitMs = 3000;
 class Backend : public ::testing::Test {
 protected:
     void SetUp() override {
+        ASSERT_EQ(gige::interfacesBesidesLoopback(), "") << "not inside the GigE test namespace";
         sdk = aravis::makeSdk();
         ASSERT_EQ(sdk->sdkInitialize(65535), R::Success);
         ASSERT_EQ(sdk->sdkGetCameraCount(&count), R::Success);

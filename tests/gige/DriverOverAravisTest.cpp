@@ -37,11 +37,13 @@ bool logged(testing::RecordingLogger& logger, int level, const std::string& text
 class DriverOverAravis : public ::testing::Test {
 protected:
     void SetUp() override {
+        ASSERT_EQ(gige::interfacesBesidesLoopback(), "") << "not inside the GigE test namespace";
         ::setenv("TAVRI_TELI_SDK", "aravis", 1);
         initializeDriver();
         camera.reset(createCamera());
     }
     void TearDown() override {
+        if (!camera) return;
         camera.reset();
         releaseDriver();
     }

@@ -1,6 +1,7 @@
 #include "tests/gige/GigeCameras.h"
 
 #include <fcntl.h>
+#include <net/if.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -19,6 +20,20 @@ std::string env(const char* name) {
 }
 
 }  // namespace
+
+std::string interfacesBesidesLoopback() {
+    std::string others;
+    // if_nameindex asks the kernel for this process's own network namespace.
+    struct if_nameindex* names = ::if_nameindex();
+    if (!names) return "unknown";
+    for (const struct if_nameindex* entry = names; entry->if_index != 0; ++entry) {
+        if (std::string(entry->if_name) == "lo") continue;
+        others += others.empty() ? "" : " ";
+        others += entry->if_name;
+    }
+    ::if_freenameindex(names);
+    return others;
+}
 
 std::vector<std::string> stockSerials() {
     std::istringstream words(env("TAVRI_GIGE_STOCK_SERIALS"));

@@ -10,6 +10,10 @@
 
 namespace Tavri::gige {
 
+// Names of the network interfaces this process can reach other than loopback, space
+// separated; empty inside the harness's namespace.
+std::string interfacesBesidesLoopback();
+
 std::vector<std::string> stockSerials();
 std::string fixtureSerial();
 // Every camera's serial, the order the backend lists them in (sorted).
