@@ -182,9 +182,21 @@ struct RigConfig {
 RigConfig defaultRig();
 // Checks a rig; throws RuntimeException naming the camera and field at fault.
 void validateRig(const RigConfig& rig);
-// Parses a rig description (format: sdk/sim/rigs/default.json). `sourceName` names the
-// text in messages. Throws RuntimeException "<sourceName>:<line>:<column>: <what>" for
-// malformed JSON and for a wrong value alike (the value's position and JSON pointer).
+// Parses a rig description (examples: sdk/sim/rigs/default.json and faulty.json). Every
+// key is optional and unknown keys are refused:
+//   seed, frameRate, render (false: benchmark mode),
+//   projector {rate, grayBits, phaseSteps, phasePeriod, pulseWidthMs},
+//   cameras [{serial, model, vendor, width, height, widthIncrement, heightIncrement,
+//             pixelFormats ["Mono8", "RGB8", "BayerBG8" or PFNC numbers],
+//             exposure|gain|blackLevel|balanceRatio {min, max, increment, initial},
+//             frameRate, condition ("normal", "hung", "dead", "unplugged"),
+//             unplugAfterFrames,
+//             frameFaults [{kind ("drop", "late", "burst", "oversize"), first, count,
+//                           every, delayMs, burst, extraBytes}]}]  (default: two cameras)
+//   faults [{operation, code, when ("once", "always", "call"), call}].
+// `sourceName` names the text in messages. Throws RuntimeException
+// "<sourceName>:<line>:<column>: <what>" for malformed JSON and for a wrong value alike
+// (the value's position and JSON pointer).
 RigConfig parseRig(const std::string& text, const std::string& sourceName);
 RigConfig loadRigFile(const std::string& path);
 // The rig TAVRI_SIM_RIG names, or the default rig when it is unset or empty.
