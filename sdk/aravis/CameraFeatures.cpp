@@ -212,10 +212,12 @@ Result largestPayload(ArvCamera* camera, std::uint32_t& bytes) {
         if (offered) bytesPerPixel = std::max(bytesPerPixel, size);
     }
     if (bytesPerPixel == 0) {
-        // None of the driver's formats: size the buffers for what the camera sends now.
+        // None of the driver's formats: size the buffers for what the camera sends now,
+        // or for three bytes a pixel if it does not say.
         ArvPixelFormat current = 0;
-        if (const Result r = run([&](GError** e) { current = arv_camera_get_pixel_format(camera, e); })) return r;
-        bytesPerPixel = std::max<std::uint64_t>(1, (((current >> 16) & 0xFF) + 7) / 8);
+        const Result r = run([&](GError** e) { current = arv_camera_get_pixel_format(camera, e); });
+        if (r == AravisResult::NotResponding) return r;
+        bytesPerPixel = r ? 3 : std::max<std::uint64_t>(1, (ARV_PIXEL_FORMAT_BIT_PER_PIXEL(current) + 7) / 8);
     }
     std::uint64_t largest = std::uint64_t{width} * height * bytesPerPixel;
 
