@@ -59,10 +59,19 @@ export WINEPREFIX
 export WINEDEBUG="-all,err+module"
 export WINEDLLOVERRIDES="mscoree,mshtml="
 unset DISPLAY WAYLAND_DISPLAY
+# The wineserver's socket folder is named after the prefix's device and inode.
+server_dir="$(printf 'server-%x-%x' "$(stat -c %d "$WINEPREFIX")" "$(stat -c %i "$WINEPREFIX")")"
 cleanup() {
     timeout 60 wineserver -k > /dev/null 2>&1 || true
     timeout 60 wineserver -w > /dev/null 2>&1 || true
     rm -rf "$WINEPREFIX"
+    local dir
+    for dir in "${TMPDIR:-/tmp}"/wine-*/"$server_dir" "${TMPDIR:-/tmp}/.wine-$(id -u)/$server_dir"; do
+        [ -d "$dir" ] && [ ! -e "$dir/socket" ] || continue
+        rm -f "$dir/lock"
+        rmdir "$dir" 2> /dev/null && rmdir "$(dirname "$dir")" 2> /dev/null
+    done
+    return 0
 }
 trap cleanup EXIT
 
