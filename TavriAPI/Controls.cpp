@@ -68,19 +68,20 @@ void TavriCameraToshibaTeli::setBlackLevel(double level) {
 }
 
 void TavriCameraToshibaTeli::setRedBalance(double ratio) {
-    sdk.sdkSetBalanceRatio(cameraHandle, BalanceSelector::Red, ratio);
-    double readBack = 0.0;
-    sdk.sdkGetBalanceRatio(cameraHandle, BalanceSelector::Red, &readBack);
-    TAVRI_LOG(1, formatMessage("Attempted to set red balance to %.2f. New red balance read from camera: %.2f", ratio,
-                               readBack));
+    setBalanceRatio(BalanceSelector::Red, ratio,
+                    "Attempted to set red balance to %.2f. New red balance read from camera: %.2f");
 }
 
 void TavriCameraToshibaTeli::setBlueBalance(double ratio) {
-    sdk.sdkSetBalanceRatio(cameraHandle, BalanceSelector::Blue, ratio);
+    setBalanceRatio(BalanceSelector::Blue, ratio,
+                    "Attempted to set blue balance to %.2f. New blue balance read from camera: %.2f");
+}
+
+void TavriCameraToshibaTeli::setBalanceRatio(std::uint32_t selector, double ratio, const char* readBackMessage) {
+    sdk.sdkSetBalanceRatio(cameraHandle, selector, ratio);
     double readBack = 0.0;
-    sdk.sdkGetBalanceRatio(cameraHandle, BalanceSelector::Blue, &readBack);
-    TAVRI_LOG(1, formatMessage("Attempted to set blue balance to %.2f. New blue balance read from camera: %.2f", ratio,
-                               readBack));
+    sdk.sdkGetBalanceRatio(cameraHandle, selector, &readBack);
+    TAVRI_LOG(1, formatMessage(readBackMessage, ratio, readBack));
 }
 
 void TavriCameraToshibaTeli::setCameraTriggerHardware() {

@@ -3,6 +3,7 @@
 
 #include "TavriAPI/Messages.h"
 #include "TavriAPI/TavriCameraToshibaTeli.h"
+#include "platform/Platform.h"
 
 namespace Tavri {
 
@@ -61,6 +62,9 @@ void TavriCameraToshibaTeli::startStream(int count) {
     checkRequestCount(count, "start a stream with");
     flush();
     dequeue(count);
+    // A signal still pending stands for an image the drain has dropped; left alone it
+    // would wake the next wait for a request that is not there.
+    platform::waitForEvent(imageEvent, 0);
     enqueue(count);
     if (sdk.sdkStartStream(streamHandle, 8) != SdkResult::Success)
         throw RuntimeException("Failed to start camera stream.");

@@ -93,6 +93,8 @@ protected:
 
 private:
     int getCameraIndex(const char* serialNumber);
+    // Sets one balance ratio, reads it back and logs both with `readBackMessage`.
+    void setBalanceRatio(std::uint32_t selector, double ratio, const char* readBackMessage);
     // Refuses a request count outside the pool before any SDK call.
     static void checkRequestCount(int count, const char* operation);
     // grabImage with the destination's size: the copy never runs past `capacity`.

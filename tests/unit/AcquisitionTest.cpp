@@ -2,6 +2,7 @@
 
 #include <thread>
 
+#include "platform/Platform.h"
 #include "tests/unit/DriverProbe.h"
 
 namespace Tavri::testing {
@@ -122,6 +123,25 @@ TEST(GrabTest, HardwareTriggerSendsNothingAndFailuresCarryTheirTexts) {
     camera = completeSoon(f.sdk, 0x22);
     EXPECT_EQ(runtimeError([&] { f.camera->grab(); }), "Failed to grab image from camera.");
     camera.join();
+}
+
+// An image that completes while a stream stops is drained, but its signal stays on the
+// event; the next stream must wait for its own images, not wake for the dropped one.
+TEST(ContinuousGrabTest, ASignalLeftByTheLastStreamDoesNotWakeTheNext) {
+    DriverFixture f;
+    f.open();
+    cv::Mat image(4, 8, CV_8UC3);
+    f.camera->initGrabContinuous();
+    f.sdk.complete(1, 0x01);
+    f.camera->getNextImage(image, 100);
+    f.camera->releaseGrabContinuous();
+    platform::setEvent(f.camera->imageEvent);  // the late completion's signal
+
+    f.camera->initGrabContinuous();
+    EXPECT_EQ(runtimeError([&] { f.camera->getNextImage(image, 50); }), "Failed to wait for camera image completion");
+    f.sdk.complete(1, 0x02);
+    f.camera->getNextImage(image, 100);
+    EXPECT_EQ(image.at<cv::Vec3b>(0, 0)[0], 0x02);
 }
 
 TEST(ContinuousGrabTest, ImagesCycleThroughThePoolAndBadTargetsAreRefused) {

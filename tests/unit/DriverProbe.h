@@ -6,6 +6,7 @@
 #include "TavriAPI/TavriCameraToshibaTeli.h"
 #include "tests/support/FakeCamera.h"
 #include "tests/support/RecordingLogger.h"
+#include "tests/support/TestHelpers.h"
 
 namespace Tavri::testing {
 
@@ -72,10 +73,5 @@ struct DriverFixture {
     FakeCamera sdk;
     std::unique_ptr<DriverProbe> camera;
 };
-
-// The message of the RuntimeException `action` throws, or a marker when none.
-std::string runtimeError(const std::function<void()>& action);
-// Whether `address` lies in a mapping of this process.
-bool isMapped(const void* address);
 
 }  // namespace Tavri::testing

@@ -1,11 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "platform/Platform.h"
+#include "tests/support/TestHelpers.h"
 
 namespace Tavri::platform {
 namespace {
@@ -40,22 +39,6 @@ TEST(PlatformEventTest, InfiniteWaitIsWokenFromAnotherThread) {
     EXPECT_TRUE(woke);
 }
 
-// The mapping's permissions as /proc/self/maps lists them, e.g. "rw-p".
-std::string permissionsOf(const void* address) {
-    std::ifstream maps("/proc/self/maps");
-    std::string line;
-    const auto target = reinterpret_cast<std::uintptr_t>(address);
-    while (std::getline(maps, line)) {
-        std::uintptr_t begin = 0, end = 0;
-        char dash = 0;
-        std::string perms;
-        std::istringstream in(line);
-        in >> std::hex >> begin >> dash >> end >> perms;
-        if (target >= begin && target < end) return perms;
-    }
-    return "";
-}
-
 TEST(PlatformBlockTest, BlockIsWritableNotExecutable) {
     EXPECT_EQ(allocateBlock(0), nullptr);
     const std::uint32_t bytes = 120 * 4096 + 7;
@@ -64,8 +47,8 @@ TEST(PlatformBlockTest, BlockIsWritableNotExecutable) {
     block[0] = 1;
     block[bytes - 1] = 2;
     EXPECT_EQ(block[0] + block[bytes - 1], 3);
-    EXPECT_EQ(permissionsOf(block).substr(0, 3), "rw-");
-    EXPECT_EQ(permissionsOf(block + bytes - 1).substr(0, 3), "rw-");
+    EXPECT_EQ(testing::mappingPermissions(block).substr(0, 3), "rw-");
+    EXPECT_EQ(testing::mappingPermissions(block + bytes - 1).substr(0, 3), "rw-");
     freeBlock(block);
     freeBlock(nullptr);
 }

@@ -5,18 +5,12 @@
 
 #include "TavriCommon/Exceptions.h"
 #include "TavriCommon/Settings.h"
+#include "tests/support/TestHelpers.h"
 
 namespace Tavri {
 namespace {
 
-std::string thrownBy(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const RuntimeException& error) {
-        return error.what();
-    }
-    return "<nothing thrown>";
-}
+using testing::runtimeError;
 
 TEST(SettingsTreeTest, PathsMakeGroupsAndCopiesShareNodes) {
     TSettings tree("");
@@ -62,7 +56,7 @@ TEST(SettingsTreeTest, WrongKindsAndMissingKeysNameTheKey) {
         {[&] { tree.addDouble("Camera/Gain/Sub", 1.0, ""); }, "Setting 'Camera/Gain' is not a group"},
         {[&] { tree.addDouble("Camera//Gain", 1.0, ""); }, "Invalid settings key 'Camera//Gain'"},
     };
-    for (const auto& c : cases) EXPECT_NE(thrownBy(c.action).find(c.expected), std::string::npos) << c.expected;
+    for (const auto& c : cases) EXPECT_NE(runtimeError(c.action).find(c.expected), std::string::npos) << c.expected;
 }
 
 TEST(SettingsTreeTest, RangesGiveEnumValues) {
@@ -73,7 +67,7 @@ TEST(SettingsTreeTest, RangesGiveEnumValues) {
     tree.addString("Camera/BayerLayout", "GRBG", "");
     EXPECT_EQ(tree["Camera/BayerLayout"].asString().getEnumValue(), 0);
     tree.addString("Camera/BayerLayout", "XXXX", "");
-    EXPECT_NE(thrownBy([&] { tree["Camera/BayerLayout"].asString().getEnumValue(); }).find("not in its range"),
+    EXPECT_NE(runtimeError([&] { tree["Camera/BayerLayout"].asString().getEnumValue(); }).find("not in its range"),
               std::string::npos);
 }
 
@@ -111,12 +105,12 @@ TEST(SettingsTreeTest, BadJsonNamesFileAndPosition) {
     };
     for (const auto& c : cases) {
         { std::ofstream(file) << c.text; }
-        const std::string message = thrownBy([&] { TSettings::loadJson(file); });
+        const std::string message = runtimeError([&] { TSettings::loadJson(file); });
         EXPECT_NE(message.find(file), std::string::npos) << message;
         EXPECT_NE(message.find(c.expected), std::string::npos) << message;
     }
     std::remove(file.c_str());
-    EXPECT_NE(thrownBy([&] { TSettings::loadJson(file); }).find("Failed to open settings file"), std::string::npos);
+    EXPECT_NE(runtimeError([&] { TSettings::loadJson(file); }).find("Failed to open settings file"), std::string::npos);
 }
 
 }  // namespace

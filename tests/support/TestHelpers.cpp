@@ -1,5 +1,6 @@
-#include "tests/unit/DriverProbe.h"
+#include "tests/support/TestHelpers.h"
 
+#include <cstdint>
 #include <fstream>
 #include <sstream>
 
@@ -16,17 +17,18 @@ std::string runtimeError(const std::function<void()>& action) {
     return "<no RuntimeException>";
 }
 
-bool isMapped(const void* address) {
+std::string mappingPermissions(const void* address) {
     std::ifstream maps("/proc/self/maps");
     std::string line;
     const auto target = reinterpret_cast<std::uintptr_t>(address);
     while (std::getline(maps, line)) {
         std::uintptr_t begin = 0, end = 0;
         char dash = 0;
-        std::istringstream(line) >> std::hex >> begin >> dash >> end;
-        if (target >= begin && target < end) return true;
+        std::string permissions;
+        std::istringstream(line) >> std::hex >> begin >> dash >> end >> permissions;
+        if (target >= begin && target < end) return permissions;
     }
-    return false;
+    return "";
 }
 
 }  // namespace Tavri::testing
