@@ -213,7 +213,8 @@ struct SimSdk::Impl {
         std::uint32_t seen = 0;
     };
     mutable std::mutex faultMutex;
-    std::map<std::string, std::vector<ArmedFault>> faults;
+    // Looked up by the operation's name on every call: no string is built for it.
+    std::map<std::string, std::vector<ArmedFault>, std::less<>> faults;
 
     std::atomic<std::size_t> threads{0};
 
