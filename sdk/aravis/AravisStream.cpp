@@ -26,8 +26,10 @@ Result prepareCamera(ArvCamera* camera) {
     GErrorSlot error;
     if (arv_camera_is_gv_device(camera)) {
         if (const guint packet = requestedPacketSize()) {
+            // A camera without the feature keeps its own size; anything else is an error.
             arv_camera_gv_set_packet_size(camera, static_cast<gint>(packet), error.out());
-            if (error) return resultFromError(error.get());
+            const Result result = resultFromError(error.get());
+            if (result && result != AravisResult::FeatureMissing) return result;
         }
     }
     // Requests are queued ahead of time and refilled: the camera must run until it
