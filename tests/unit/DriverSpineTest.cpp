@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "TavriCommon/Exceptions.h"
+#include "platform/Platform.h"
 #include "sdk/Backends.h"
 #include "tests/unit/DriverProbe.h"
 
@@ -77,9 +78,14 @@ TEST(CameraObjectTest, StartsEmptyAndDestructionLeavesAnOpenCameraAlone) {
     DriverFixture f;
     f.open();
     const int callsBefore = f.sdk.calls("sdkCloseCamera") + f.sdk.calls("sdkCloseStream");
+    EventHandle event = f.camera->imageEvent;
+    std::uint8_t* block = f.camera->requestBuffer;
     f.camera.reset();
     EXPECT_EQ(f.sdk.calls("sdkCloseCamera") + f.sdk.calls("sdkCloseStream"), callsBefore);
     EXPECT_EQ(f.sdk.openCameras(), 1);
+    EXPECT_TRUE(isMapped(block));
+    platform::closeEvent(event);  // what the host's release would have given back
+    platform::freeBlock(block);
 }
 
 // The plug-in as the platform loads it: by path, entry points by name.
