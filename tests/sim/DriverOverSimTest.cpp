@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
@@ -39,23 +40,11 @@ std::uint32_t formatOf(ImageType mode) {
     return mode == ImageType::Color ? PixelFormat::RGB8 : mode == ImageType::Gray ? PixelFormat::Mono8 : PixelFormat::BayerBG8;
 }
 
-FrameStamp stampOf(const cv::Mat& image, ImageType mode) {
+FrameStamp stampOf(const cv::Mat& image, ImageType mode = ImageType::Raw) {
     FrameStamp stamp;
     EXPECT_TRUE(readStamp(image.data, static_cast<std::uint32_t>(image.cols), static_cast<std::uint32_t>(image.rows),
                           formatOf(mode), &stamp));
     return stamp;
-}
-
-// What the driver's starting configuration makes the camera deliver.
-FrameSettings openedSettings(ImageType mode, std::uint32_t width, std::uint32_t height) {
-    FrameSettings s;
-    s.pixelFormat = formatOf(mode);
-    s.width = width;
-    s.height = height;
-    s.exposure = 8333.0;
-    s.redRatio = 1.875;
-    s.blueRatio = 82.0 / 64.0;  // 1.281 on the 1/64 grid
-    return s;
 }
 
 std::string messageOf(const std::function<void()>& action) {
@@ -67,6 +56,7 @@ std::string messageOf(const std::function<void()>& action) {
     return "no exception";
 }
 
+// Every test ends with the camera released and nothing left running or open in the rig.
 class DriverOverSim : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -77,22 +67,23 @@ protected:
         camera.reset(createCamera());
     }
     void TearDown() override {
-        camera->releaseCamera();
-        EXPECT_EQ(rig->runningThreads(), 0u) << "a producer thread was left running";
-        EXPECT_EQ(rig->openHandles(), 0u) << "the driver left SDK handles open";
+        releaseAndCheck();
         camera.reset();
         releaseDriver();
     }
+    void releaseAndCheck() {
+        camera->releaseCamera();
+        EXPECT_EQ(rig->runningThreads(), 0u) << "a producer thread was left running";
+        EXPECT_EQ(rig->openHandles(), 0u) << "the driver left SDK handles open";
+    }
+    void heal() {
+        rig->clearOperationFaults();
+        for (std::size_t i = 0; i < 2; ++i) {
+            rig->clearFrameFaults(i);
+            rig->setCondition(i, CameraCondition::Normal);
+        }
+    }
     void open(const char* serial = "SIM0001") { ASSERT_TRUE(camera->initializeCamera(serial)); }
-    void apply(const std::function<void(TSettings&)>& fill) {
-        TSettings tree("");
-        fill(tree);
-        ASSERT_TRUE(camera->updateSettings(tree));
-    }
-    void softwareTrigger() {
-        apply([](TSettings& t) { t.addString(Camera::TriggerType, Camera::TriggerTypeValues::Software, ""); });
-    }
-    // Runs a grab sequence of n images and returns the set.
     std::shared_ptr<ImageSet> sequence(int n) {
         camera->startGrabSequenceAsync(n);
         return camera->finishGrabSequenceAsync();
@@ -115,7 +106,6 @@ TEST_F(DriverOverSim, ListsTheRigAndOpensEachCameraBySerial) {
     EXPECT_TRUE(camera->isConnected());
     EXPECT_EQ(camera->getCols(), static_cast<int>(kWidth));
     EXPECT_EQ(camera->getRows(), static_cast<int>(kHeight));
-    EXPECT_EQ(camera->getMode(), ImageType::Raw);
     // The second camera object may not open the camera the first one holds.
     std::unique_ptr<CameraDriver> other(createCamera());
     EXPECT_EQ(messageOf([&] { other->initializeCamera("SIM0002"); }), "Failed to open camera.");
@@ -124,24 +114,19 @@ TEST_F(DriverOverSim, ListsTheRigAndOpensEachCameraBySerial) {
               "Failed to locate a camera with serial number SIM0003");
 }
 
+// The driver reports what the camera stored, not what was asked for.
 TEST_F(DriverOverSim, SettingsRoundTripAsTheCameraStoresThem) {
     open();
-    const TSettings opened = camera->settings();
-    EXPECT_EQ(opened[SettingsOld::ExposureTime].toDouble(), 8333.0);
-    EXPECT_EQ(opened[SettingsOld::BlueBalance].toDouble(), 82.0 / 64.0);
-    EXPECT_EQ(opened[Camera::TriggerType].toString(), Camera::TriggerTypeValues::Hardware);
-    EXPECT_EQ(opened[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::FallingEdge);
-
-    apply([](TSettings& t) {
-        t.addDouble(SettingsOld::ExposureTime, 5000.4, "");
-        t.addDouble(Camera::Gain, 6.04, "");
-        t.addDouble(Camera::BlackLevel, 3.3, "");
-        t.addDouble(SettingsOld::RedBalance, 1.9, "");
-        t.addDouble(SettingsOld::BlueBalance, 1.5, "");
-        t.addString(Camera::ColorMode, Camera::ColorModeValues::Gray, "");
-        t.addString(Camera::TriggerType, Camera::TriggerTypeValues::Software, "");
-        t.addString(Camera::TriggerPolarity, Camera::TriggerPolarityValues::RisingEdge, "");
-    });
+    TSettings t("");
+    t.addDouble(SettingsOld::ExposureTime, 5000.4, "");
+    t.addDouble(Camera::Gain, 6.04, "");
+    t.addDouble(Camera::BlackLevel, 3.3, "");
+    t.addDouble(SettingsOld::RedBalance, 1.9, "");
+    t.addDouble(SettingsOld::BlueBalance, 1.5, "");
+    t.addString(Camera::ColorMode, Camera::ColorModeValues::Gray, "");
+    t.addString(Camera::TriggerType, Camera::TriggerTypeValues::Software, "");
+    t.addString(Camera::TriggerPolarity, Camera::TriggerPolarityValues::RisingEdge, "");
+    ASSERT_TRUE(camera->updateSettings(t));
     const TSettings read = camera->settings();
     EXPECT_EQ(read[SettingsOld::ExposureTime].toDouble(), 5000.0);
     EXPECT_NEAR(read[Camera::Gain].toDouble(), 6.0, 1e-9);
@@ -151,233 +136,165 @@ TEST_F(DriverOverSim, SettingsRoundTripAsTheCameraStoresThem) {
     EXPECT_EQ(read[Camera::ColorMode].toString(), Camera::ColorModeValues::Gray);
     EXPECT_EQ(read[Camera::TriggerType].toString(), Camera::TriggerTypeValues::Software);
     EXPECT_EQ(read[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::RisingEdge);
-
-    // A value the camera refuses leaves the stored one.
-    EXPECT_EQ(messageOf([&] {
-                  TSettings t("");
-                  t.addDouble(SettingsOld::ExposureTime, 5e6, "");
-                  camera->updateSettings(t);
-              }),
-              "Failed to set camera exposure");
-    EXPECT_EQ(camera->settings()[SettingsOld::ExposureTime].toDouble(), 5000.0);
 }
 
 TEST_F(DriverOverSim, HardwareTriggeredSequencesShowPatternKInImageK) {
     open();
     for (ImageType mode : {ImageType::Raw, ImageType::Color}) {
         camera->setMode(mode);
+        // What the driver's starting configuration makes the camera deliver (blue 1.281 is
+        // stored on the 1/64 grid).
+        const FrameSettings opened{formatOf(mode), kWidth, kHeight, 8333.0, 0.0, 0.0, 1.875, 82.0 / 64.0};
         for (int n : {1, 12, 120}) {
             SCOPED_TRACE("mode " + std::to_string(static_cast<int>(mode)) + ", n = " + std::to_string(n));
             const auto set = sequence(n);
             ASSERT_EQ(set->images.size(), static_cast<std::size_t>(n));
             for (int k = 0; k < n; ++k) {
-                const cv::Mat& image = set->images[k];
-                ASSERT_EQ(image.channels(), mode == ImageType::Color ? 3 : 1);
-                EXPECT_EQ(stampOf(image, mode).pattern, static_cast<std::uint32_t>(k)) << "image " << k;
+                ASSERT_EQ(set->images[k].channels(), mode == ImageType::Color ? 3 : 1);
+                EXPECT_EQ(stampOf(set->images[k], mode).pattern, static_cast<std::uint32_t>(k)) << "image " << k;
             }
             // The first images are exactly what the rig renders for their patterns.
             for (int k = 0; k < std::min(n, 3); ++k) {
-                const auto expected = renderFrame(rig->rig(), 0, openedSettings(mode, kWidth, kHeight), k, k);
+                const auto expected = renderFrame(rig->rig(), 0, opened, k, k);
                 ASSERT_EQ(expected.size(), static_cast<std::size_t>(set->bytesPerImage));
                 EXPECT_TRUE(std::equal(expected.begin(), expected.end(), set->images[k].data)) << "image " << k;
             }
         }
     }
-    for (const auto& text : log->texts(3)) ADD_FAILURE() << "unexpected level-3 message: " << text;
-}
-
-TEST_F(DriverOverSim, FullSizeDefaultCameraDeliversItsSequence) {
-    ASSERT_TRUE(rig->setRig(defaultRig()));
-    open();
-    EXPECT_EQ(camera->getCols(), 1920);
-    EXPECT_EQ(camera->getRows(), 1200);
-    const auto set = sequence(12);
-    for (int k = 0; k < 12; ++k) EXPECT_EQ(stampOf(set->images[k], ImageType::Raw).pattern, static_cast<std::uint32_t>(k));
+    EXPECT_EQ(log->texts(3), std::vector<std::string>{}) << "no failure may be logged";
 }
 
 TEST_F(DriverOverSim, SingleAndContinuousGrabsInBothTriggerTypes) {
     open();
     for (bool software : {false, true}) {
         SCOPED_TRACE(software ? "software" : "hardware");
-        if (software) softwareTrigger();
-        const std::uint32_t firstPattern = software ? kNoPattern : 0;
-
+        TSettings trigger("");
+        trigger.addString(Camera::TriggerType, software ? Camera::TriggerTypeValues::Software
+                                                        : Camera::TriggerTypeValues::Hardware, "");
+        ASSERT_TRUE(camera->updateSettings(trigger));
         for (ImageType mode : {ImageType::Gray, ImageType::Color}) {
             camera->setMode(mode);
             const cv::Mat single = camera->grab();
             ASSERT_EQ(single.channels(), mode == ImageType::Color ? 3 : 1);
             EXPECT_EQ(stampOf(single, mode).frame, 0u) << "each grab starts the stream anew";
-            EXPECT_EQ(stampOf(single, mode).pattern, firstPattern);
+            EXPECT_EQ(stampOf(single, mode).pattern, software ? kNoPattern : 0u);
         }
-
         camera->setMode(ImageType::Raw);
         camera->initGrabContinuous();
         cv::Mat image(camera->getRows(), camera->getCols(), CV_8UC1);
         for (std::uint32_t k = 0; k < 5; ++k) {
             camera->getNextImage(image, 1000);
-            const FrameStamp stamp = stampOf(image, ImageType::Raw);
-            EXPECT_EQ(stamp.frame, k);
-            EXPECT_EQ(stamp.pattern, software ? kNoPattern : k);
+            EXPECT_EQ(stampOf(image).frame, k);
+            EXPECT_EQ(stampOf(image).pattern, software ? kNoPattern : k);
         }
         camera->releaseGrabContinuous();
     }
-    if (!log->texts(3).empty()) ADD_FAILURE() << "level-3 message: " << log->texts(3).front();
+    EXPECT_EQ(log->texts(3), std::vector<std::string>{}) << "no failure may be logged";
 }
 
-// ---- Faults ----
+// ---- Faults. A plain failure of each SDK call is swept over the mock camera; here the
+// faults only a camera has: conditions, frame faults, and failures on a later call.
 
-class DriverFaults;
-
-struct Fault {
-    const char* what;
-    std::function<void(SimSdk&)> arm;
-    std::function<void(DriverFaults&, CameraDriver&)> act;
-    std::string expected;        // message of the exception
-    bool heldUntilRetry = false; // a failed open keeps what it made until the next open
-};
-
-class DriverFaults : public DriverOverSim {
-public:
-    void run(const Fault& fault) {
-        SCOPED_TRACE(fault.what);
-        fault.arm(*rig);
-        const auto started = Clock::now();
-        EXPECT_EQ(messageOf([&] { fault.act(*this, *camera); }), fault.expected);
-        EXPECT_LT(Clock::now() - started, std::chrono::seconds(5)) << "nothing may hang";
-        rig->clearOperationFaults();
-        for (std::size_t i = 0; i < 2; ++i) {
-            rig->clearFrameFaults(i);
-            rig->setCondition(i, CameraCondition::Normal);
-        }
-        if (fault.heldUntilRetry) open();
-        camera->releaseCamera();
-        EXPECT_EQ(rig->runningThreads(), 0u);
-        EXPECT_EQ(rig->openHandles(), 0u);
-    }
-    using DriverOverSim::open;
-    using DriverOverSim::rig;
-    using DriverOverSim::softwareTrigger;
-};
-
-TEST_F(DriverFaults, EachEndsInTheDriversErrorWithNothingLeaked) {
-    using Driver = DriverFaults;
-    const auto initialize = [](Driver& d, CameraDriver&) { d.open(); };
-    const auto grab = [](Driver& d, CameraDriver& c) {
-        d.open();
-        c.grab();
+TEST_F(DriverOverSim, EachFaultEndsInTheDriversErrorWithNothingHungOrLeaked) {
+    struct Fault {
+        const char* what;
+        std::function<void()> arm;
+        std::function<void()> act;
+        std::string expected;        // message of the exception
+        bool heldUntilRetry = false; // a failed open keeps what it made until the next open
     };
-    const auto softwareGrab = [](Driver& d, CameraDriver& c) {
-        d.open();
-        d.softwareTrigger();
-        c.grab();
+    const auto initialize = [this] { open(); };
+    const auto grab = [this] {
+        open();
+        camera->grab();
     };
     const Fault faults[] = {
-        {"open refused", [](SimSdk& s) { s.failOperation("sdkOpenCamera", 3); }, initialize, "Failed to open camera."},
-        {"stream refused", [](SimSdk& s) { s.failOperation("sdkOpenStream", 3); }, initialize,
-         "Failed to open camera stream", true},
-        {"50th request refused", [](SimSdk& s) { s.failOperation("sdkCreateRequest", 3, FaultWhen::OnCall, 50); },
+        {"50th request refused", [this] { rig->failOperation("sdkCreateRequest", 3, FaultWhen::OnCall, 50); },
          initialize, "Failed to create camera stream request #49", true},
-        {"count refused", [](SimSdk& s) { s.failOperation("sdkGetCameraCount", 3); }, initialize,
-         "Failed to get number of cameras"},
-        {"dead camera", [](SimSdk& s) { s.setCondition(0, CameraCondition::Dead); }, initialize,
+        {"dead camera", [this] { rig->setCondition(0, CameraCondition::Dead); }, initialize,
          "Failed to locate a camera with serial number SIM0001"},
-        {"unplugged camera", [](SimSdk& s) { s.setCondition(0, CameraCondition::Unplugged); }, initialize,
+        {"unplugged camera", [this] { rig->setCondition(0, CameraCondition::Unplugged); }, initialize,
          "Failed to locate a camera with serial number SIM0001"},
-        {"exposure refused", [](SimSdk& s) { s.failOperation("sdkSetExposureTime", 3); }, initialize,
-         "Failed to set camera exposure", true},
-        {"start refused", [](SimSdk& s) { s.failOperation("sdkStartStream", 3); }, grab, "Failed to start camera stream."},
-        {"stop refused", [](SimSdk& s) { s.failOperation("sdkStopStream", 3); }, grab, "Failed to stop camera stream."},
-        {"frame larger than its buffer", [](SimSdk& s) { s.addFrameFault(0, {FrameFault::Kind::Oversize}); }, grab,
+        {"frame larger than its buffer", [this] { rig->addFrameFault(0, {FrameFault::Kind::Oversize}); }, grab,
          "Failed to grab image from camera."},
-        {"every frame dropped", [](SimSdk& s) { s.addFrameFault(0, {FrameFault::Kind::Drop}); }, grab,
+        {"every frame dropped", [this] { rig->addFrameFault(0, {FrameFault::Kind::Drop}); }, grab,
          "Failed to wait for camera image completion"},
-        {"camera stops answering after the open", [](SimSdk&) {},
-         [](Driver& d, CameraDriver& c) {
-             d.open();
-             d.rig->setCondition(0, CameraCondition::Dead);
-             c.grab();
+        {"camera stops answering after the open", [] {},
+         [this] {
+             open();
+             rig->setCondition(0, CameraCondition::Dead);
+             camera->grab();
          },
          "Could not get number of camera columns"},
-        {"software trigger refused", [](SimSdk& s) { s.failOperation("sdkExecuteSoftwareTrigger", 3); },
-         softwareGrab, "Failed to send software trigger signal to camera"},
-        {"re-enqueue refused", [](SimSdk& s) { s.failOperation("sdkEnqueueRequest", 3, FaultWhen::OnCall, 121); },
-         grab, "Failed to re-enqueue image stream request on camera."},
-        {"take fails", [](SimSdk& s) { s.failOperation("sdkTakeCompletedRequest", 3, FaultWhen::OnCall, 2); }, grab,
+        {"re-enqueue refused", [this] { rig->failOperation("sdkEnqueueRequest", 3, FaultWhen::OnCall, 121); }, grab,
+         "Failed to re-enqueue image stream request on camera."},
+        {"take fails after the wait",
+         [this] { rig->failOperation("sdkTakeCompletedRequest", 3, FaultWhen::OnCall, 2); }, grab,
          "Failed to grab image from camera."},
     };
-    for (const auto& fault : faults) run(fault);
+    for (const auto& fault : faults) {
+        SCOPED_TRACE(fault.what);
+        fault.arm();
+        const auto started = Clock::now();
+        EXPECT_EQ(messageOf(fault.act), fault.expected);
+        EXPECT_LT(Clock::now() - started, std::chrono::seconds(30)) << "nothing may hang";
+        heal();
+        if (fault.heldUntilRetry) {
+            EXPECT_GT(rig->openHandles(), 0u) << "the failed open holds what it made";
+            open();
+            EXPECT_EQ(rig->openHandles(), 1u + 1u + 120u) << "the retry gave back what the failure held";
+        }
+        releaseAndCheck();
+    }
 }
 
-TEST_F(DriverFaults, ARetryAfterAFailedOpenGivesBackWhatTheFailureHeld) {
-    rig->failOperation("sdkCreateRequest", 3, FaultWhen::OnCall, 50);
-    EXPECT_EQ(messageOf([&] { open(); }), "Failed to create camera stream request #49");
-    EXPECT_GT(rig->openHandles(), 0u) << "the failed open holds camera, stream and 49 requests";
-    open();
-    EXPECT_EQ(rig->openHandles(), 1u + 1u + 120u);
-}
-
-TEST_F(DriverFaults, HungCameraIsFoundThroughTheConnectionReset) {
+TEST_F(DriverOverSim, HungCameraIsFoundThroughTheConnectionReset) {
     rig->setCondition(0, CameraCondition::Hung);
     open();
-    bool reset = false;
-    for (const auto& text : log->texts(1)) reset = reset || text.find("did not respond") != std::string::npos;
-    EXPECT_TRUE(reset);
+    const auto notes = log->texts(1);
+    EXPECT_TRUE(std::any_of(notes.begin(), notes.end(),
+                            [](const std::string& text) { return text.find("did not respond") != std::string::npos; }));
     EXPECT_EQ(rig->condition(0), CameraCondition::Normal);
     EXPECT_TRUE(camera->isConnected());
 }
 
-TEST_F(DriverFaults, SequenceEndsEarlyOnALateOrLostCameraAndFinishStillReturns) {
+TEST_F(DriverOverSim, SequencesUnderFrameFaultsAndEndingEarlyOnALateOrLostCamera) {
     struct Case {
         const char* what;
-        std::function<void(SimSdk&)> arm;
-        int intact;  // images before the failure
-        bool connectedAfter;
+        FrameFault fault;
+        std::int64_t unplugAfter;          // -1: stays plugged in
+        std::vector<std::uint32_t> patterns; // of the first images, which must be intact
+        bool failureLogged;
     };
     FrameFault late{FrameFault::Kind::Late, 4, 1};
     late.delayMs = 800;  // longer than the worker's 500 ms
+    FrameFault burst{FrameFault::Kind::Burst, 0};
+    burst.burst = 4;  // groups of four completions at once, well inside 500 ms
+    FrameFault none{FrameFault::Kind::Drop, 0, 0};
     const Case cases[] = {
-        {"late frame", [late](SimSdk& s) { s.addFrameFault(0, late); }, 4, true},
-        {"unplugged mid-stream", [](SimSdk& s) { s.unplugAfterFrames(0, 6); }, 6, false},
+        {"dropped frame takes its pattern with it", FrameFault{FrameFault::Kind::Drop, 4, 1}, -1,
+         {0, 1, 2, 3, 5, 6, 7, 8, 9, 10, 11, 12}, false},
+        {"bursts", burst, -1, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}, false},
+        {"late frame", late, -1, {0, 1, 2, 3}, true},
+        {"unplugged mid-stream", none, 6, {0, 1, 2, 3, 4, 5}, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         open();
         log->clear();
-        c.arm(*rig);
+        rig->addFrameFault(0, c.fault);
+        if (c.unplugAfter >= 0) rig->unplugAfterFrames(0, static_cast<std::uint32_t>(c.unplugAfter));
         const auto started = Clock::now();
         const auto set = sequence(12);
-        EXPECT_LT(Clock::now() - started, std::chrono::seconds(3));
+        EXPECT_LT(Clock::now() - started, std::chrono::seconds(30)) << "finish must return";
         ASSERT_EQ(set->images.size(), 12u);
-        for (int k = 0; k < c.intact; ++k)
-            EXPECT_EQ(stampOf(set->images[k], ImageType::Raw).pattern, static_cast<std::uint32_t>(k));
+        for (std::size_t k = 0; k < c.patterns.size(); ++k) EXPECT_EQ(stampOf(set->images[k]).pattern, c.patterns[k]);
         const auto failures = log->texts(3);
-        EXPECT_NE(std::find(failures.begin(), failures.end(), "An unknown error occured"), failures.end());
-        EXPECT_EQ(camera->isConnected(), c.connectedAfter);
-        camera->releaseCamera();
-        EXPECT_EQ(rig->runningThreads(), 0u);
-        EXPECT_EQ(rig->openHandles(), 0u);
-        rig->clearFrameFaults(0);
-        rig->setCondition(0, CameraCondition::Normal);
+        EXPECT_EQ(std::count(failures.begin(), failures.end(), "An unknown error occured") > 0, c.failureLogged);
+        EXPECT_EQ(camera->isConnected(), c.unplugAfter < 0);
+        heal();
+        releaseAndCheck();
     }
-}
-
-TEST_F(DriverFaults, DroppedAndBurstFramesInASequence) {
-    open();
-    FrameFault drop{FrameFault::Kind::Drop, 4, 1};
-    rig->addFrameFault(0, drop);
-    auto set = sequence(12);
-    for (int k = 0; k < 12; ++k)
-        EXPECT_EQ(stampOf(set->images[k], ImageType::Raw).pattern, static_cast<std::uint32_t>(k < 4 ? k : k + 1))
-            << "the dropped frame takes its pattern with it";
-
-    rig->clearFrameFaults(0);
-    FrameFault burst{FrameFault::Kind::Burst, 0};
-    burst.burst = 4;  // groups of four completions at once; a group comes well inside 500 ms
-    rig->addFrameFault(0, burst);
-    set = sequence(12);
-    for (int k = 0; k < 12; ++k)
-        EXPECT_EQ(stampOf(set->images[k], ImageType::Raw).pattern, static_cast<std::uint32_t>(k)) << k;
-    EXPECT_TRUE(log->texts(3).empty());
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #pragma once
-// Shared helpers of the rig's tests: small rigs and one camera opened through the
-// TeliSdk interface with its event, stream and requests over one block.
+// Shared helpers of the rig's tests: a small initialised rig, and one camera opened
+// through the TeliSdk interface with its event, stream and requests over one block.
 
 #include <gtest/gtest.h>
 
@@ -25,6 +25,16 @@ inline RigConfig smallRig(bool render = true) {
     return rig;
 }
 
+// An initialised rig; Render false is benchmark mode (no producer thread). No producer
+// thread may outlive a test.
+template <bool Render>
+class RigTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(sdk.sdkInitialize(65535), 0u); }
+    void TearDown() override { EXPECT_EQ(sdk.runningThreads(), 0u); }
+    SimSdk sdk{smallRig(Render)};
+};
+
 struct Taken {
     Result result = 0;
     RequestHandle request = nullptr;
@@ -34,17 +44,16 @@ struct Taken {
 
 class OpenCamera {
 public:
-    OpenCamera(TeliSdk& sdk, std::uint32_t index, std::size_t requestCount, std::uint32_t bufferSize = 0)
+    OpenCamera(TeliSdk& sdk, std::uint32_t index, std::size_t requestCount)
         : sdk(sdk), event(platform::createEvent()) {
         EXPECT_EQ(sdk.sdkOpenCamera(index, &camera, nullptr, true, nullptr, 1), 0u);
         EXPECT_EQ(sdk.sdkOpenStream(camera, event, &payload, &stream, 0), 0u);
         EXPECT_EQ(sdk.sdkGetWidth(camera, &width), 0u);
         EXPECT_EQ(sdk.sdkGetHeight(camera, &height), 0u);
-        size = bufferSize ? bufferSize : payload;
-        block.assign(size * requestCount, 0);
+        block.assign(payload * requestCount, 0);
         for (std::size_t i = 0; i < requestCount; ++i) {
             RequestHandle request = nullptr;
-            EXPECT_EQ(sdk.sdkCreateRequest(stream, block.data() + i * size, size, &request), 0u);
+            EXPECT_EQ(sdk.sdkCreateRequest(stream, block.data() + i * payload, payload, &request), 0u);
             requests.push_back(request);
         }
     }
@@ -67,6 +76,8 @@ public:
     void enqueue(std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) ASSERT_EQ(sdk.sdkEnqueueRequest(stream, requests[i]), 0u) << i;
     }
+    void start() { ASSERT_EQ(sdk.sdkStartStream(stream, 8), 0u); }
+    void stop() { ASSERT_EQ(sdk.sdkStopStream(stream), 0u); }
     void hardwareTrigger() {
         ASSERT_EQ(sdk.sdkSetTriggerMode(camera, true), 0u);
         ASSERT_EQ(sdk.sdkSetTriggerSource(camera, TriggerSourceCode::Hardware), 0u);
@@ -95,8 +106,7 @@ public:
     EventHandle event;
     CameraHandle camera = nullptr;
     StreamHandle stream = nullptr;
-    std::uint32_t payload = 0;
-    std::uint32_t size = 0;
+    std::uint32_t payload = 0;  // the size of each request's buffer
     std::uint32_t format = PixelFormat::Mono8;  // of the images stamp() reads
     std::uint32_t width = 0, height = 0;
     std::vector<std::uint8_t> block;
