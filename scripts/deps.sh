@@ -13,7 +13,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
 )
 if [ "${1:-}" != "--core" ]; then
-  packages+=(libaravis-dev aravis-tools aravis-tools-cli libusb-1.0-0-dev zlib1g-dev)
+  packages+=(libaravis-dev aravis-tools aravis-tools-cli libusb-1.0-0-dev zlib1g-dev iproute2 util-linux)
 fi
 
 missing=()
