@@ -24,7 +24,7 @@ cv::Mat bayerBG8Of(const cv::Vec3b& bgr, int rows = 8, int cols = 8) {
 cv::Vec3b centre(const cv::Mat& image) { return image.at<cv::Vec3b>(image.rows / 2, image.cols / 2); }
 
 TEST(ImageOutput, PngPixelsKeepTheSceneColour) {
-    const cv::Vec3b red(0, 0, 255), blue(255, 0, 0), green(0, 255, 0);
+    const cv::Vec3b red(0, 0, 255), blue(255, 0, 0);
     cv::Mat rgbRed(4, 4, CV_8UC3, cv::Scalar(255, 0, 0));  // RGB8 as the camera sends it
     struct Case {
         const char* name;
@@ -35,7 +35,6 @@ TEST(ImageOutput, PngPixelsKeepTheSceneColour) {
     } cases[] = {
         {"red mosaic, demosaiced", bayerBG8Of(red), ImageType::Raw, true, red},
         {"blue mosaic, demosaiced", bayerBG8Of(blue), ImageType::Raw, true, blue},
-        {"green mosaic, demosaiced", bayerBG8Of(green), ImageType::Raw, true, green},
         {"RGB8 red, reordered for OpenCV", rgbRed, ImageType::Color, false, red},
     };
     for (const auto& c : cases) {
@@ -43,15 +42,6 @@ TEST(ImageOutput, PngPixelsKeepTheSceneColour) {
         const cv::Mat out = forPng(c.image, c.mode, c.debayer);
         ASSERT_EQ(out.type(), CV_8UC3);
         EXPECT_EQ(centre(out), c.expected);
-    }
-}
-
-TEST(ImageOutput, OneChannelImagesAreWrittenAsDelivered) {
-    const cv::Mat mosaic = bayerBG8Of(cv::Vec3b(0, 0, 255));
-    for (auto mode : {ImageType::Raw, ImageType::Gray}) {
-        const cv::Mat out = forPng(mosaic, mode, mode == ImageType::Gray);
-        ASSERT_EQ(out.type(), CV_8UC1);
-        EXPECT_EQ(cv::norm(out, mosaic, cv::NORM_INF), 0);
     }
 }
 
@@ -69,13 +59,6 @@ TEST(ImageOutput, ContactSheetPlacesImagesInReadingOrder) {
         EXPECT_EQ(sheet.at<cv::Vec3b>(corner), cv::Vec3b::all(static_cast<uchar>(20 * i + 30))) << "image " << i;
     }
     EXPECT_TRUE(contactSheet({}).empty());
-}
-
-TEST(ImageOutput, ContactSheetShrinksWideImagesKeepingTheirShape) {
-    const std::vector<cv::Mat> images(2, cv::Mat(600, 800, CV_8UC3, cv::Scalar(1, 2, 3)));
-    const cv::Mat sheet = contactSheet(images, 200);
-    // Two columns of 200 x 150 thumbnails on one row.
-    EXPECT_EQ(sheet.size(), cv::Size(2 * 204 + 4, 150 + 8));
 }
 
 }  // namespace

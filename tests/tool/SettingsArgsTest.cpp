@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "SettingsArgs.h"
-#include "ToolError.h"
 
 namespace TeliGrab {
 namespace {
@@ -34,26 +33,6 @@ TEST(SettingsArgs, ValuesThatParseFullyAsNumbersBecomeNumbers) {
         }
         EXPECT_EQ(parsed.word, c.word);
     }
-}
-
-TEST(SettingsArgs, MalformedAssignmentsAreUsageErrors) {
-    for (const std::vector<std::string>& texts : std::vector<std::vector<std::string>>{
-             {"ExposureTime"}, {"=5"}, {"Camera/Gain=2", "Camera=1"}}) {
-        try {
-            settingsFromAssignments(texts);
-            ADD_FAILURE() << texts.back() << " accepted";
-        } catch (const ToolError& error) {
-            EXPECT_EQ(error.code(), ExitCode::Usage) << texts.back();
-        }
-    }
-}
-
-TEST(SettingsArgs, TreeHoldsPathsAsGroupsAndLaterValuesWin) {
-    const auto tree = settingsFromAssignments({"Camera/Gain=2", "Camera/TriggerType=Software", "Camera/Gain=4"});
-    ASSERT_TRUE(tree.has("Camera/Gain"));
-    EXPECT_DOUBLE_EQ(tree["Camera/Gain"].toDouble(), 4.0);
-    EXPECT_EQ(tree["Camera/TriggerType"].toString(), "Software");
-    EXPECT_TRUE(tree["Camera"].isGroup());
 }
 
 }  // namespace
