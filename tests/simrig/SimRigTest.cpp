@@ -301,16 +301,6 @@ std::string loadError(const std::string& path) {
     return "no error";
 }
 
-TEST(RigFile, TheShippedExamplesLoad) {
-    EXPECT_EQ(loadRigFile(std::string(TAVRI_SIM_RIGS) + "/default.json").cameras.size(), 2u);
-    const RigConfig rig = loadRigFile(std::string(TAVRI_SIM_RIGS) + "/faulty.json");
-    EXPECT_EQ(rig.cameras[0].frameFaults.size(), 4u);
-    EXPECT_EQ(rig.cameras[1].condition, CameraCondition::Hung);
-    ASSERT_EQ(rig.faults.size(), 1u);
-    EXPECT_EQ(rig.faults[0].when, FaultWhen::OnCall);
-    EXPECT_EQ(rig.faults[0].call, 2u);
-}
-
 TEST(RigFile, ErrorsNameTheFileAndThePosition) {
     struct Case {
         const char* text;
@@ -334,17 +324,23 @@ TEST(RigFile, ErrorsNameTheFileAndThePosition) {
     EXPECT_NE(loadError("/nonexistent/rig.json").find("/nonexistent/rig.json"), std::string::npos);
 }
 
-TEST(RigFile, TheEnvironmentNamesTheRig) {
-    const std::string path = writeFile("env-rig.json", R"({"cameras": [{"serial": "ENV1", "width": 256, "height": 64}]})");
-    ::setenv("TAVRI_SIM_RIG", path.c_str(), 1);
-    auto backend = makeSdk();
+TEST(RigFile, TheEnvironmentNamesTheRigFileAndItsFaultsApply) {
+    EXPECT_EQ(loadRigFile(std::string(TAVRI_SIM_RIGS) + "/default.json").cameras.size(), 2u);
+    ::setenv("TAVRI_SIM_RIG", (std::string(TAVRI_SIM_RIGS) + "/faulty.json").c_str(), 1);
+    const RigConfig rig = rigFromEnvironment();
+    auto sdk = makeSdk();
     ::unsetenv("TAVRI_SIM_RIG");
-    TeliSdk& sdk = *backend;
-    ASSERT_EQ(sdk.sdkInitialize(65535), Success);
-    CameraInfoRecord record;
-    ASSERT_EQ(sdk.sdkGetCameraInfo(nullptr, 0, &record), Success);
-    EXPECT_EQ(record.serialNumber(), "ENV1");
-    EXPECT_EQ(defaultRig().cameras.size(), rigFromEnvironment().cameras.size());
+    EXPECT_EQ(rig.cameras[0].frameFaults.size(), 4u);
+    EXPECT_EQ(rig.cameras[1].condition, CameraCondition::Hung);
+    EXPECT_EQ(rigFromEnvironment().cameras.size(), defaultRig().cameras.size()) << "unset: the default rig";
+    ASSERT_EQ(sdk->sdkInitialize(65535), Success);
+    std::uint32_t count = 0;
+    ASSERT_EQ(sdk->sdkGetCameraCount(&count), Success);
+    EXPECT_EQ(count, 3u);
+    CameraHandle camera = nullptr;
+    ASSERT_EQ(sdk->sdkOpenCamera(0, &camera, nullptr, true, nullptr, 1), Success);
+    ASSERT_EQ(sdk->sdkCloseCamera(camera), Success);
+    EXPECT_EQ(sdk->sdkOpenCamera(0, &camera, nullptr, true, nullptr, 1), 1001u) << "the file's fault: second open";
 }
 
 // ---- The renderer ----
