@@ -2,11 +2,10 @@
 // must reach the export of its own ordinal with its arguments intact. The reference
 // is the same simulated rig called in process: any call that answers differently
 // through the DLL was bound to the wrong ordinal or passed its arguments wrongly.
+// The stream operations are driven through the plug-in in PluginHostTest.cpp.
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -14,83 +13,49 @@
 #include <string>
 #include <vector>
 
-#include "TavriCommon/Exceptions.h"
-#include "platform/Platform.h"
 #include "sdk/Backends.h"
 #include "sdk/sim/SimSdk.h"
 
 namespace Tavri {
 namespace {
 
-// One answer of a query: its result code and what it wrote, as text.
-std::string answer(Result result, const std::string& written) {
-    return std::to_string(result) + ": " + written;
-}
-template <typename T>
-std::string text(const T& value) {
+// Everything a camera reports, one line per query: the result code and the value
+// written. Each value starts preset, which shows a getter that reports success
+// without writing.
+std::string snapshot(TeliSdk& sdk, CameraHandle camera) {
     std::ostringstream out;
     out.precision(17);
-    out << value;
-    return out.str();
-}
-
-// Calls a getter into a preset value, then reports both; the preset shows a getter
-// that reports success without writing.
-template <typename T, typename Getter>
-std::string read(T preset, Getter getter) {
-    T value = preset;
-    const Result result = getter(&value);
-    return answer(result, text(value));
-}
-
-struct Query {
-    const char* name;
-    std::function<std::string(TeliSdk&, CameraHandle)> ask;
-};
-
-const std::vector<Query>& queries() {
-    static const std::vector<Query> all{
-        {"sdkGetCameraInfo", [](TeliSdk& sdk, CameraHandle camera) {
-             CameraInfoRecord record;
-             record.clear();
-             const Result result = sdk.sdkGetCameraInfo(camera, 1, &record);
-             return answer(result, record.firstText() + "|" + record.secondText() + "|" + record.serialNumber());
-         }},
-        {"sdkGetSensorWidth", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetSensorWidth(camera, v); });
-         }},
-        {"sdkGetSensorHeight", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetSensorHeight(camera, v); });
-         }},
-        {"sdkGetWidth", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetWidth(camera, v); });
-         }},
-        {"sdkGetHeight", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetHeight(camera, v); });
-         }},
-        {"sdkGetTriggerMode", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<bool>(false, [&](auto* v) { return sdk.sdkGetTriggerMode(camera, v); });
-         }},
-        {"sdkGetTriggerActivation", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<std::uint32_t>(7, [&](auto* v) { return sdk.sdkGetTriggerActivation(camera, v); });
-         }},
-        {"sdkGetExposureTime", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetExposureTime(camera, v); });
-         }},
-        {"sdkGetGain", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetGain(camera, v); });
-         }},
-        {"sdkGetBlackLevel", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetBlackLevel(camera, v); });
-         }},
-        {"sdkGetBalanceRatio red", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetBalanceRatio(camera, BalanceSelector::Red, v); });
-         }},
-        {"sdkGetBalanceRatio blue", [](TeliSdk& sdk, CameraHandle camera) {
-             return read<double>(-1.0, [&](auto* v) { return sdk.sdkGetBalanceRatio(camera, BalanceSelector::Blue, v); });
-         }},
+    const auto line = [&](const char* query, Result result, const auto& value) {
+        out << query << " " << result << ": " << value << "\n";
     };
-    return all;
+    std::uint32_t count = 99, sensorWidth = 7, sensorHeight = 7, width = 7, height = 7, activation = 7;
+    bool triggerMode = false;
+    double exposure = -1, gain = -1, blackLevel = -1, red = -1, blue = -1;
+    line("sdkGetCameraCount", sdk.sdkGetCameraCount(&count), count);
+    // Every record of the rig's two cameras and the refusal one past them, without and
+    // with an open camera; the hash covers the bytes no field names.
+    for (CameraHandle handle : {CameraHandle{}, camera})
+        for (std::uint32_t index = 0; index < 3; ++index) {
+            CameraInfoRecord record;
+            record.clear();
+            const Result result = sdk.sdkGetCameraInfo(handle, index, &record);
+            const std::string bytes(reinterpret_cast<const char*>(record.bytes), CameraInfoRecord::Size);
+            line("sdkGetCameraInfo", result,
+                 record.firstText() + "|" + record.secondText() + "|" + record.serialNumber() + "|" +
+                     std::to_string(std::hash<std::string>{}(bytes)));
+        }
+    line("sdkGetSensorWidth", sdk.sdkGetSensorWidth(camera, &sensorWidth), sensorWidth);
+    line("sdkGetSensorHeight", sdk.sdkGetSensorHeight(camera, &sensorHeight), sensorHeight);
+    line("sdkGetWidth", sdk.sdkGetWidth(camera, &width), width);
+    line("sdkGetHeight", sdk.sdkGetHeight(camera, &height), height);
+    line("sdkGetTriggerMode", sdk.sdkGetTriggerMode(camera, &triggerMode), triggerMode);
+    line("sdkGetTriggerActivation", sdk.sdkGetTriggerActivation(camera, &activation), activation);
+    line("sdkGetExposureTime", sdk.sdkGetExposureTime(camera, &exposure), exposure);
+    line("sdkGetGain", sdk.sdkGetGain(camera, &gain), gain);
+    line("sdkGetBlackLevel", sdk.sdkGetBlackLevel(camera, &blackLevel), blackLevel);
+    line("sdkGetBalanceRatio red", sdk.sdkGetBalanceRatio(camera, BalanceSelector::Red, &red), red);
+    line("sdkGetBalanceRatio blue", sdk.sdkGetBalanceRatio(camera, BalanceSelector::Blue, &blue), blue);
+    return out.str();
 }
 
 struct Setter {
@@ -126,16 +91,17 @@ const std::vector<Setter>& setters() {
     return all;
 }
 
-// The binding over the stand-in DLL beside the same rig in process, each with one
-// camera open.
+// The binding over the stand-in DLL beside the same rig in process, each with the
+// rig's second camera open.
 class OrdinalBinding : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_NO_THROW(dll = teli::makeSdk());
         inProcess = sim::makeSdk();
-        for (TeliSdk* sdk : {dll.get(), inProcess.get()}) {
-            ASSERT_EQ(sdk->sdkInitialize(65535), 0u);
-        }
+        for (TeliSdk* sdk : {dll.get(), inProcess.get()}) ASSERT_EQ(sdk->sdkInitialize(65535), 0u);
+        ASSERT_EQ(dll->sdkOpenCamera(1, &dllCamera, nullptr, true, nullptr, 1), 0u);
+        ASSERT_EQ(inProcess->sdkOpenCamera(1, &simCamera, nullptr, true, nullptr, 1), 0u);
+        ASSERT_NE(dllCamera, nullptr);
     }
     void TearDown() override {
         for (auto& [sdk, camera] : {std::pair{dll.get(), dllCamera}, std::pair{inProcess.get(), simCamera}}) {
@@ -146,15 +112,8 @@ protected:
             EXPECT_EQ(sdk->sdkTerminate(), 0u);
         }
     }
-    void open(std::uint32_t index) {
-        ASSERT_EQ(dll->sdkOpenCamera(index, &dllCamera, nullptr, true, nullptr, 1), 0u);
-        ASSERT_EQ(inProcess->sdkOpenCamera(index, &simCamera, nullptr, true, nullptr, 1), 0u);
-        ASSERT_NE(dllCamera, nullptr);
-    }
     void expectSameAnswers(const std::string& when) {
-        for (const Query& query : queries()) {
-            EXPECT_EQ(query.ask(*dll, dllCamera), query.ask(*inProcess, simCamera)) << query.name << " " << when;
-        }
+        EXPECT_EQ(snapshot(*dll, dllCamera), snapshot(*inProcess, simCamera)) << when;
     }
 
     std::unique_ptr<TeliSdk> dll;
@@ -163,99 +122,16 @@ protected:
     CameraHandle simCamera = nullptr;
 };
 
-TEST_F(OrdinalBinding, EnumeratesAsTheRigInProcess) {
-    std::uint32_t dllCount = 0, simCount = 0;
-    ASSERT_EQ(dll->sdkGetCameraCount(&dllCount), 0u);
-    ASSERT_EQ(inProcess->sdkGetCameraCount(&simCount), 0u);
-    ASSERT_EQ(dllCount, simCount);
-    ASSERT_GE(dllCount, 2u);
-    for (std::uint32_t i = 0; i <= dllCount; ++i) {  // one past the end: the refusal too
-        CameraInfoRecord fromDll, fromSim;
-        fromDll.clear();
-        fromSim.clear();
-        EXPECT_EQ(dll->sdkGetCameraInfo(nullptr, i, &fromDll), inProcess->sdkGetCameraInfo(nullptr, i, &fromSim));
-        EXPECT_EQ(std::memcmp(fromDll.bytes, fromSim.bytes, CameraInfoRecord::Size), 0) << "record of camera " << i;
-    }
-}
-
 TEST_F(OrdinalBinding, SettersAndQueriesAnswerAsTheRigInProcess) {
-    open(1);
     // The rig's own value first: answers that agree only because neither side wrote
     // anything would prove nothing.
-    EXPECT_EQ(read<std::uint32_t>(0, [&](auto* v) { return dll->sdkGetSensorWidth(dllCamera, v); }),
-              answer(SdkResult::Success, text(sim::rigFromEnvironment().cameras.at(1).width)));
+    const std::string sensorWidth =
+        "sdkGetSensorWidth 0: " + std::to_string(sim::rigFromEnvironment().cameras.at(1).width);
+    EXPECT_NE(snapshot(*dll, dllCamera).find(sensorWidth + "\n"), std::string::npos) << sensorWidth;
     expectSameAnswers("after open");
     for (const Setter& setter : setters()) {
         EXPECT_EQ(setter.apply(*dll, dllCamera), setter.apply(*inProcess, simCamera)) << setter.name;
         expectSameAnswers(std::string("after ") + setter.name);
-    }
-}
-
-TEST_F(OrdinalBinding, SoftwareTriggeredFrameCompletesIntoItsRequest) {
-    open(0);
-    ASSERT_EQ(dll->sdkSetTriggerSource(dllCamera, TriggerSourceCode::Software), 0u);
-    std::uint32_t width = 0, height = 0;
-    ASSERT_EQ(dll->sdkGetWidth(dllCamera, &width), 0u);
-    ASSERT_EQ(dll->sdkGetHeight(dllCamera, &height), 0u);
-    ASSERT_EQ(dll->sdkSetPixelFormat(dllCamera, PixelFormat::Mono8), 0u);
-
-    const platform::EventHandle event = platform::createEvent();
-    ASSERT_NE(event, nullptr);
-    std::uint32_t payload = 0;
-    StreamHandle stream = nullptr;
-    ASSERT_EQ(dll->sdkOpenStream(dllCamera, event, &payload, &stream, 0), 0u);
-    ASSERT_GE(payload, width * height * 3) << "room for the widest pixel format";
-    auto* block = static_cast<std::uint8_t*>(platform::allocateBlock(2 * payload));
-    ASSERT_NE(block, nullptr);
-    RequestHandle requests[2] = {};
-    for (int i = 0; i < 2; ++i) {
-        ASSERT_EQ(dll->sdkCreateRequest(stream, block + i * payload, payload, &requests[i]), 0u);
-        ASSERT_EQ(dll->sdkEnqueueRequest(stream, requests[i]), 0u);
-    }
-    ASSERT_EQ(dll->sdkStartStream(stream, 8), 0u);
-    ASSERT_EQ(dll->sdkExecuteSoftwareTrigger(dllCamera), 0u);
-    ASSERT_EQ(platform::waitForEvent(event, 10000), 0u) << "the stand-in signals the driver's event";
-
-    RequestHandle taken = nullptr;
-    std::uint8_t* buffer = nullptr;
-    std::uint32_t size = 0;
-    ASSERT_EQ(dll->sdkTakeCompletedRequest(stream, &taken, &buffer, &size), 0u);
-    EXPECT_EQ(taken, requests[0]);
-    EXPECT_EQ(buffer, block) << "the frame lands in the request's own buffer";
-    EXPECT_EQ(size, width * height);
-    sim::FrameStamp stamp;
-    ASSERT_TRUE(sim::readStamp(buffer, width, height, PixelFormat::Mono8, &stamp));
-    EXPECT_EQ(stamp.frame, 0u);
-    EXPECT_EQ(stamp.pattern, sim::kNoPattern) << "software-triggered, not a projector frame";
-    EXPECT_EQ(dll->sdkTakeCompletedRequest(stream, &taken, &buffer, &size), SdkResult::NoCompletedRequest);
-
-    EXPECT_EQ(dll->sdkStopStream(stream), 0u);
-    EXPECT_EQ(dll->sdkFlushWaitQueue(stream), 0u);
-    for (RequestHandle request : requests) {
-        EXPECT_EQ(dll->sdkReleaseRequest(stream, request), 0u);
-    }
-    EXPECT_EQ(dll->sdkCloseStream(stream), 0u);
-    platform::freeBlock(block);
-    platform::closeEvent(event);
-}
-
-// These two run in processes of their own (see CMakeLists.txt): a DLL once loaded
-// stays loaded under its name.
-TEST(VendorLibraryMissing, NamesTheDll) {
-    try {
-        teli::makeSdk();
-        FAIL() << "bound a TeliCamApi64.dll that is not there";
-    } catch (const RuntimeException& e) {
-        EXPECT_STREQ(e.what(), "Failed to load the camera SDK TeliCamApi64.dll (Windows error 126)");
-    }
-}
-
-TEST(VendorLibraryIncomplete, NamesTheMissingOrdinal) {
-    try {
-        teli::makeSdk();
-        FAIL() << "bound a TeliCamApi64.dll without ordinal 233";
-    } catch (const RuntimeException& e) {
-        EXPECT_STREQ(e.what(), "TeliCamApi64.dll lacks ordinal 233 (sdkExecuteSoftwareTrigger)");
     }
 }
 
