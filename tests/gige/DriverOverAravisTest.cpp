@@ -1,6 +1,7 @@
-// The driver over the Aravis backend, against fake GigE cameras: what a host sees
-// of a GigE camera, including one without the features a Teli camera has and one
-// that dies mid-stream.
+// The driver over the Aravis backend, against fake GigE cameras: what a host sees of
+// a GigE camera, including one without the features a Teli camera has and one that
+// dies mid-stream. The driver's own behaviour is tested over a mock SDK; here the
+// peer is a real GigE camera.
 
 #include <gtest/gtest.h>
 
@@ -11,7 +12,8 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <thread>
+#include <utility>
+#include <vector>
 
 #include "TavriAPI/TavriCameraToshibaTeli.h"
 #include "TavriCommon/Exceptions.h"
@@ -25,32 +27,28 @@ namespace {
 
 namespace Camera = SettingsOld::Camera;
 using gige::fixtureSerial;
+using gige::patternMismatches;
 using gige::stockSerials;
-
-bool logged(testing::RecordingLogger& logger, int level, const std::string& text) {
-    const auto texts = logger.texts(level);
-    return std::find(texts.begin(), texts.end(), text) != texts.end();
-}
 
 // The plug-in as the platform drives it: entry points, backend chosen by
 // TAVRI_TELI_SDK, one camera object.
 class DriverOverAravis : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_EQ(gige::interfacesBesidesLoopback(), "") << "not inside the GigE test namespace";
         ::setenv("TAVRI_TELI_SDK", "aravis", 1);
         initializeDriver();
         camera.reset(createCamera());
     }
     void TearDown() override {
-        if (!camera) return;
+        camera->releaseCamera();
         camera.reset();
         releaseDriver();
     }
 
-    // Mono8 at gain 0 and exposure 10000 us, so images carry the fake camera's
-    // pattern unscaled; with the trigger type asked for.
-    void plainPattern(const std::string& triggerType) {
+    // Opens `serial` showing the fake camera's pattern unscaled (Mono8, gain 0,
+    // exposure 10000 us), triggered as asked.
+    void openShowingPattern(const std::string& serial, const std::string& triggerType) {
+        ASSERT_TRUE(camera->initializeCamera(serial.c_str()));
         camera->setMode(ImageType::Gray);
         TSettings settings;
         settings.addDouble(SettingsOld::ExposureTime, 10000.0, "");
@@ -58,138 +56,93 @@ protected:
         settings.addString(Camera::TriggerType, triggerType, "");
         ASSERT_TRUE(camera->updateSettings(settings));
     }
+    bool logged(int level, const std::string& text) {
+        const auto texts = logger->texts(level);
+        return std::find(texts.begin(), texts.end(), text) != texts.end();
+    }
 
     testing::ScopedRecordingLogger logger;
     std::unique_ptr<CameraDriver> camera;
 };
-
-TEST_F(DriverOverAravis, ListsEveryCameraWithItsSerial) {
-    const auto cameras = camera->getInfoInternalCameras();
-    const auto expected = gige::allSerials();
-    ASSERT_EQ(cameras.size(), expected.size());
-    for (std::size_t i = 0; i < cameras.size(); ++i) {
-        EXPECT_EQ(cameras[i].serialNumber, expected[i]);
-        EXPECT_EQ(cameras[i].vendor, "Aravis");
-        EXPECT_EQ(cameras[i].model, expected[i] == fixtureSerial() ? "TavriFixture" : "Fake");
-    }
-}
 
 TEST_F(DriverOverAravis, OpensBySerialAndRoundTripsSettings) {
     ASSERT_TRUE(camera->initializeCamera(fixtureSerial().c_str()));
     EXPECT_TRUE(camera->isConnected());
     EXPECT_EQ(camera->getCols(), 640);
     EXPECT_EQ(camera->getRows(), 480);
+    // Read from the camera, not kept by the driver: the fixture holds ratios on a 1/64 grid.
+    EXPECT_DOUBLE_EQ(camera->settings()[SettingsOld::BlueBalance].toDouble(), 82.0 / 64);  // 1.281 stored
+    EXPECT_EQ(camera->settings()[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::FallingEdge);
 
-    // The starting configuration, as the camera stored it.
-    TSettings start = camera->settings();
-    EXPECT_DOUBLE_EQ(start[SettingsOld::ExposureTime].toDouble(), 8333.0);
-    EXPECT_DOUBLE_EQ(start[SettingsOld::RedBalance].toDouble(), 1.875);
-    EXPECT_DOUBLE_EQ(start[SettingsOld::BlueBalance].toDouble(), 82.0 / 64);  // 1.281 on the 1/64 grid
-    EXPECT_EQ(start[Camera::TriggerType].toString(), Camera::TriggerTypeValues::Hardware);
-    EXPECT_EQ(start[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::FallingEdge);
-    EXPECT_EQ(start[Camera::ColorMode].toString(), Camera::ColorModeValues::Raw);
-
+    const std::vector<std::pair<std::string, double>> numbers{
+        {SettingsOld::ExposureTime, 5000.0}, {Camera::Gain, 2.0}, {Camera::BlackLevel, 4.5},
+        {SettingsOld::RedBalance, 1.5},      {SettingsOld::BlueBalance, 2.0}};
+    const std::vector<std::pair<std::string, std::string>> words{
+        {Camera::ColorMode, Camera::ColorModeValues::Gray},
+        {Camera::TriggerType, Camera::TriggerTypeValues::Software},
+        {Camera::TriggerPolarity, Camera::TriggerPolarityValues::RisingEdge}};
     TSettings wanted;
-    wanted.addDouble(SettingsOld::ExposureTime, 5000.0, "");
-    wanted.addDouble(Camera::Gain, 2.0, "");
-    wanted.addDouble(Camera::BlackLevel, 4.5, "");
-    wanted.addDouble(SettingsOld::RedBalance, 1.5, "");
-    wanted.addDouble(SettingsOld::BlueBalance, 2.0, "");
-    wanted.addString(Camera::ColorMode, Camera::ColorModeValues::Gray, "");
-    wanted.addString(Camera::TriggerType, Camera::TriggerTypeValues::Software, "");
-    wanted.addString(Camera::TriggerPolarity, Camera::TriggerPolarityValues::RisingEdge, "");
+    for (const auto& [key, value] : numbers) wanted.addDouble(key, value, "");
+    for (const auto& [key, value] : words) wanted.addString(key, value, "");
     ASSERT_TRUE(camera->updateSettings(wanted));
-
-    TSettings now = camera->settings();
-    EXPECT_DOUBLE_EQ(now[SettingsOld::ExposureTime].toDouble(), 5000.0);
-    EXPECT_DOUBLE_EQ(now[Camera::Gain].toDouble(), 2.0);
-    EXPECT_DOUBLE_EQ(now[Camera::BlackLevel].toDouble(), 4.5);
-    EXPECT_DOUBLE_EQ(now[SettingsOld::RedBalance].toDouble(), 1.5);
-    EXPECT_DOUBLE_EQ(now[SettingsOld::BlueBalance].toDouble(), 2.0);
-    EXPECT_EQ(now[Camera::ColorMode].toString(), Camera::ColorModeValues::Gray);
-    EXPECT_EQ(now[Camera::TriggerType].toString(), Camera::TriggerTypeValues::Software);
-    EXPECT_EQ(now[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::RisingEdge);
-    EXPECT_TRUE(logged(*logger, 1, "Attempted to set black level to 4.50. New black level read from camera: 4.50"));
+    const TSettings now = camera->settings();
+    for (const auto& [key, value] : numbers) EXPECT_DOUBLE_EQ(now[key].toDouble(), value) << key;
+    for (const auto& [key, value] : words) EXPECT_EQ(now[key].toString(), value) << key;
     EXPECT_TRUE(logger->texts(3).empty()) << logger->texts(3).front();
-    camera->releaseCamera();
 }
 
 // The stock fake camera has no BlackLevel, no BalanceRatio and no FallingEdge: the
 // camera still opens, and each refusal is logged where the driver logs it.
 TEST_F(DriverOverAravis, CameraWithoutTeliFeaturesOpensAndLogsWhatItRefuses) {
     ASSERT_TRUE(camera->initializeCamera(stockSerials().front().c_str()));
-    EXPECT_TRUE(logged(*logger, 3, "Failed to set camera trigger activation"));
-    EXPECT_EQ(camera->getCols(), 2048);
-    EXPECT_EQ(camera->getRows(), 2048);
-
+    EXPECT_TRUE(logged(3, "Failed to set camera trigger activation"));
     TSettings wanted;
     wanted.addDouble(Camera::BlackLevel, 4.5, "");
     wanted.addDouble(SettingsOld::RedBalance, 1.5, "");
     ASSERT_TRUE(camera->updateSettings(wanted));
-    EXPECT_TRUE(logged(*logger, 3, "Failed to set new black level"));
-    EXPECT_TRUE(logged(*logger, 1, "Attempted to set black level to 4.50. New black level read from camera: 0.00"));
-    EXPECT_TRUE(logged(*logger, 1, "Attempted to set red balance to 1.50. New red balance read from camera: 0.00"));
+    EXPECT_TRUE(logged(3, "Failed to set new black level"));
+    EXPECT_TRUE(logged(1, "Attempted to set red balance to 1.50. New red balance read from camera: 0.00"));
 
-    TSettings now = camera->settings();
+    const TSettings now = camera->settings();
     EXPECT_DOUBLE_EQ(now[SettingsOld::ExposureTime].toDouble(), 8333.0);  // kept as ExposureTimeAbs
-    EXPECT_EQ(now[Camera::TriggerType].toString(), Camera::TriggerTypeValues::Hardware);
     EXPECT_EQ(now[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::RisingEdge);
-    camera->releaseCamera();
 }
 
-TEST_F(DriverOverAravis, SoftwareGrabCarriesTheFakeCameraPattern) {
-    ASSERT_TRUE(camera->initializeCamera(stockSerials().front().c_str()));
-    plainPattern(Camera::TriggerTypeValues::Software);
-    for (int i = 0; i < 2; ++i) {
-        const cv::Mat image = camera->grab();
-        ASSERT_EQ(image.type(), CV_8UC1);
-        ASSERT_EQ(image.cols, 2048);
-        ASSERT_EQ(image.rows, 2048);
-        EXPECT_EQ(gige::patternMismatches(image.data, 2048, 2048), 0u) << "grab " << i;
-    }
-    camera->releaseCamera();
-}
-
+// Each image is software-triggered by the driver and carries the pattern whole.
 TEST_F(DriverOverAravis, ContinuousGrabDeliversImageAfterImage) {
-    ASSERT_TRUE(camera->initializeCamera(stockSerials().front().c_str()));
-    plainPattern(Camera::TriggerTypeValues::Software);
+    ASSERT_NO_FATAL_FAILURE(openShowingPattern(stockSerials().front(), Camera::TriggerTypeValues::Software));
     cv::Mat image(camera->getRows(), camera->getCols(), CV_8UC1);
     camera->initGrabContinuous();
     int previous = -1;
     for (int i = 0; i < 10; ++i) {
         camera->getNextImage(image, 2000);
-        EXPECT_EQ(gige::patternMismatches(image.data, image.cols, image.rows), 0u) << "image " << i;
+        EXPECT_EQ(patternMismatches(image.data, image.cols, image.rows), 0u) << "image " << i;
         EXPECT_NE(image.data[0], previous) << "image " << i << " repeats its predecessor";
         previous = image.data[0];
     }
     camera->releaseGrabContinuous();
-    camera->releaseCamera();
 }
 
 TEST_F(DriverOverAravis, HardwareTriggeredSequenceTakesOneImagePerPulse) {
     constexpr int kImages = 12;
-    ASSERT_TRUE(camera->initializeCamera(fixtureSerial().c_str()));
-    plainPattern(Camera::TriggerTypeValues::Hardware);
+    ASSERT_NO_FATAL_FAILURE(openShowingPattern(fixtureSerial(), Camera::TriggerTypeValues::Hardware));
     camera->startGrabSequenceAsync(kImages);
     gige::pulseTriggerLine(kImages);
     const auto set = camera->finishGrabSequenceAsync();
     ASSERT_EQ(set->images.size(), static_cast<std::size_t>(kImages));
-    EXPECT_FALSE(logged(*logger, 3, "An unknown error occured"));
     for (int i = 0; i < kImages; ++i) {
         const cv::Mat& image = set->images[i];
-        EXPECT_EQ(gige::patternMismatches(image.data, image.cols, image.rows), 0u) << "image " << i;
-        // Pulses come one at a time: frame numbers run on without a gap.
-        if (i > 0) {
-            EXPECT_EQ(image.data[0], (set->images[i - 1].data[0] + 1) % 255) << "image " << i;
-        }
+        ASSERT_EQ(image.size(), cv::Size(640, 480)) << "image " << i;
+        EXPECT_EQ(patternMismatches(image.data, image.cols, image.rows), 0u) << "image " << i;
     }
-    camera->releaseCamera();
+    // Pulses come one at a time: frame numbers run on without a gap.
+    for (int i = 1; i < kImages; ++i)
+        EXPECT_EQ(set->images[i].data[0], (set->images[i - 1].data[0] + 1) % 255) << "image " << i;
 }
 
-TEST_F(DriverOverAravis, CameraKilledMidStreamFailsAsSpecifiedWithoutHanging) {
+TEST_F(DriverOverAravis, CameraKilledMidStreamFailsWithTheDriversErrorsWithoutHanging) {
     const std::string victim = stockSerials().back();
-    ASSERT_TRUE(camera->initializeCamera(victim.c_str()));
-    plainPattern(Camera::TriggerTypeValues::Software);
+    ASSERT_NO_FATAL_FAILURE(openShowingPattern(victim, Camera::TriggerTypeValues::Software));
     cv::Mat image(camera->getRows(), camera->getCols(), CV_8UC1);
     camera->initGrabContinuous();
     camera->getNextImage(image, 2000);
@@ -211,15 +164,7 @@ TEST_F(DriverOverAravis, CameraKilledMidStreamFailsAsSpecifiedWithoutHanging) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (connected && std::chrono::steady_clock::now() < deadline) connected = camera->isConnected();
     EXPECT_FALSE(connected);
-    EXPECT_TRUE(logged(*logger, 1, "Failed to get camera info"));
-
-    try {
-        camera->releaseGrabContinuous();
-        ADD_FAILURE() << "stopping a dead camera's stream succeeded";
-    } catch (const RuntimeException& e) {
-        EXPECT_STREQ(e.what(), "Failed to stop camera stream.");
-    }
-    camera->releaseCamera();
+    EXPECT_THROW(camera->releaseGrabContinuous(), RuntimeException);
 }
 
 }  // namespace

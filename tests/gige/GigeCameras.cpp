@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -17,6 +18,11 @@ std::string env(const char* name) {
     const char* value = std::getenv(name);
     if (!value) throw std::runtime_error(std::string(name) + " is not set: run through run-in-netns.sh");
     return value;
+}
+
+std::vector<std::string> words(const std::string& text) {
+    std::istringstream in(text);
+    return {std::istream_iterator<std::string>(in), std::istream_iterator<std::string>()};
 }
 
 }  // namespace
@@ -35,12 +41,7 @@ std::string interfacesBesidesLoopback() {
     return others;
 }
 
-std::vector<std::string> stockSerials() {
-    std::istringstream words(env("TAVRI_GIGE_STOCK_SERIALS"));
-    std::vector<std::string> serials;
-    for (std::string serial; words >> serial;) serials.push_back(serial);
-    return serials;
-}
+std::vector<std::string> stockSerials() { return words(env("TAVRI_GIGE_STOCK_SERIALS")); }
 
 std::string fixtureSerial() { return env("TAVRI_GIGE_FIXTURE_SERIAL"); }
 
@@ -63,12 +64,9 @@ void pulseTriggerLine(int count) {
 }
 
 bool killCamera(const std::string& serial) {
-    std::istringstream entries(env("TAVRI_GIGE_PIDS"));
-    for (std::string entry; entries >> entry;) {
+    for (const std::string& entry : words(env("TAVRI_GIGE_PIDS"))) {  // "serial=pid ..."
         const auto equals = entry.find('=');
-        if (entry.substr(0, equals) != serial) continue;
-        const pid_t pid = static_cast<pid_t>(std::stol(entry.substr(equals + 1)));
-        return ::kill(pid, SIGKILL) == 0;
+        if (entry.substr(0, equals) == serial) return ::kill(std::stoi(entry.substr(equals + 1)), SIGKILL) == 0;
     }
     return false;
 }
