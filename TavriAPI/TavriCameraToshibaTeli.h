@@ -64,6 +64,10 @@ protected:
     void setCameraTriggerHardware();
     void setCameraTriggerSoftware();
 
+    // Gives back whatever a failed or finished open still holds; used by release and
+    // by an open that follows a failed one.
+    void releaseResources();
+
     static const int STRM_REQUEST_NUM = 120;
 
     bool isInitialized = false;
@@ -86,10 +90,6 @@ protected:
     std::thread sequenceThread;
 
     TeliSdk& sdk;
-
-    // Gives back whatever a failed or finished open still holds; used by release and
-    // by an open that follows a failed one.
-    void releaseResources();
 
 private:
     int getCameraIndex(const char* serialNumber);
