@@ -238,7 +238,6 @@ TStringSetting::TStringSetting(std::shared_ptr<SettingsNode> node) : TSettings(s
 TStringSetting::~TStringSetting() = default;
 
 void TStringSetting::setRange(const std::vector<std::string>& words) { node_->range = words; }
-const std::vector<std::string>& TStringSetting::range() const { return node_->range; }
 
 int TStringSetting::getEnumValue() const {
     const auto& range = node_->range;

@@ -67,7 +67,6 @@ class TStringSetting : public TSettings {
 public:
     ~TStringSetting();
     void setRange(const std::vector<std::string>& words);
-    const std::vector<std::string>& range() const;
     // Position of the current word in the range; throws RuntimeException when the word
     // is not in it.
     int getEnumValue() const;

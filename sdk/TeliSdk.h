@@ -58,15 +58,21 @@ struct CameraInfoRecord {
     std::string secondText() const { return textAt(SecondTextOffset); }
     std::string serialNumber() const { return textAt(SerialOffset); }
 
-    // Writes a text field; used by backends that fill records. Truncates to the room
-    // the field has and always leaves a terminator inside it.
+    // What a backend writes for one camera. Each text is cut to the room its field has
+    // (the serial number runs to the record's end) and always ends in a terminator.
+    void describe(const std::string& vendor, const std::string& model, const std::string& serial) {
+        setText(FirstTextOffset, TextFieldSize, vendor);
+        setText(SecondTextOffset, TextFieldSize, model);
+        setText(SerialOffset, Size - SerialOffset, serial);
+    }
+
+private:
     void setText(std::size_t offset, std::size_t room, const std::string& text) {
         const std::size_t n = text.size() < room - 1 ? text.size() : room - 1;
         std::memcpy(bytes + offset, text.data(), n);
         bytes[offset + n] = 0;
     }
 
-private:
     std::string textAt(std::size_t offset) const {
         const auto* begin = reinterpret_cast<const char*>(bytes) + offset;
         const auto* found = static_cast<const char*>(std::memchr(begin, 0, Size - offset));

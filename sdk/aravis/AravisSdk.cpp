@@ -93,19 +93,14 @@ Result AravisSdk::sdkGetCameraInfo(CameraHandle camera, std::uint32_t index, Cam
             return AravisResult::Success;
         });
         if (result) return result;
-        info->setText(CameraInfoRecord::FirstTextOffset, CameraInfoRecord::TextFieldSize, vendor);
-        info->setText(CameraInfoRecord::SecondTextOffset, CameraInfoRecord::TextFieldSize, model);
-        info->setText(CameraInfoRecord::SerialOffset, CameraInfoRecord::Size - CameraInfoRecord::SerialOffset, serial);
+        info->describe(vendor, model, serial);
         return AravisResult::Success;
     }
     ensureEnumerated();
     std::lock_guard<std::mutex> lock(mutex_);
     if (index >= cameras_.size()) return AravisResult::InvalidIndex;
     const DiscoveredCamera& found = cameras_[index];
-    info->setText(CameraInfoRecord::FirstTextOffset, CameraInfoRecord::TextFieldSize, found.vendor);
-    info->setText(CameraInfoRecord::SecondTextOffset, CameraInfoRecord::TextFieldSize, found.model);
-    info->setText(CameraInfoRecord::SerialOffset, CameraInfoRecord::Size - CameraInfoRecord::SerialOffset,
-                  found.serial);
+    info->describe(found.vendor, found.model, found.serial);
     return AravisResult::Success;
 }
 

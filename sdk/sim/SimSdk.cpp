@@ -616,9 +616,7 @@ void fillRecord(const Device& d, CameraInfoRecord* info) {
     info->clear();
     const auto index = static_cast<std::uint32_t>(d.index);
     std::memcpy(info->bytes, &index, sizeof index);
-    info->setText(CameraInfoRecord::FirstTextOffset, CameraInfoRecord::TextFieldSize, d.config.vendor);
-    info->setText(CameraInfoRecord::SecondTextOffset, CameraInfoRecord::TextFieldSize, d.config.model);
-    info->setText(CameraInfoRecord::SerialOffset, CameraInfoRecord::TextFieldSize, d.config.serial);
+    info->describe(d.config.vendor, d.config.model, d.config.serial);
 }
 }  // namespace
 

@@ -127,9 +127,7 @@ void FakeCamera::installDefaults() {
             FAKE_GUARD("sdkGetCameraInfo");
             if (camera) index = static_cast<std::uint32_t>((reinterpret_cast<std::uintptr_t>(camera) - 0x1000) / 0x10);
             if (index >= cameras_.size()) return 1001;
-            record->setText(CameraInfoRecord::FirstTextOffset, CameraInfoRecord::TextFieldSize, cameras_[index].vendor);
-            record->setText(CameraInfoRecord::SecondTextOffset, CameraInfoRecord::TextFieldSize, cameras_[index].model);
-            record->setText(CameraInfoRecord::SerialOffset, CameraInfoRecord::TextFieldSize, cameras_[index].serial);
+            record->describe(cameras_[index].vendor, cameras_[index].model, cameras_[index].serial);
             return 0;
         }));
     ON_CALL(*this, sdkOpenCamera(_, _, _, _, _, _))
@@ -246,7 +244,6 @@ void FakeCamera::installDefaults() {
     }));
     ON_CALL(*this, sdkExecuteSoftwareTrigger(_)).WillByDefault(Invoke([this](CameraHandle) -> Result {
         FAKE_GUARD("sdkExecuteSoftwareTrigger");
-        ++softwareTriggers;
         if (completeOnSoftwareTrigger && completeLocked(0x3C, -1)) platform::setEvent(event_);
         return 0;
     }));

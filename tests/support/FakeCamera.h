@@ -54,7 +54,6 @@ public:
     std::uint32_t activation = 0;
     std::uint32_t pixelFormat = 0;
     double exposure = 0.0, gain = 0.0, blackLevel = 0.0, red = 0.0, blue = 0.0;
-    int softwareTriggers = 0;
     // A software trigger completes one waiting request, as a camera in software
     // trigger mode does.
     bool completeOnSoftwareTrigger = false;
