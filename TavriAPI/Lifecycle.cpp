@@ -20,6 +20,11 @@ TavriCameraToshibaTeli::TavriCameraToshibaTeli(TeliSdk& sdk) : sdk(sdk) {}
 TavriCameraToshibaTeli::~TavriCameraToshibaTeli() {
     // A worker still held would go on using this object after it is gone: wait for it.
     if (sequenceThread.joinable()) sequenceThread.join();
+    // Departure: an open that failed half-way holds the camera exclusively with its
+    // stream, requests, block and event, and no later release gives them back. The
+    // host may drop such an object and retry with a new one, so give them back here.
+    // An initialised object makes no SDK call: the host releases it before deleting it.
+    if (!isInitialized && (cameraHandle || streamHandle || requestBuffer || imageEvent)) releaseResources();
 }
 
 bool TavriCameraToshibaTeli::initializeCamera(const char* serialNumber) {

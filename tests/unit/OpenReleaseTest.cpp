@@ -111,8 +111,9 @@ TEST(OpenTest, FailedStepsLeaveNothingBehindAfterRetryAndRelease) {
         {"sdkCreateRequest", 5, 58, "Failed to create camera stream request #57", 1, 1, 57, true},
         {"sdkSetExposureTime", 5, 1, "Failed to set camera exposure", 1, 1, 120, true},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.message);
+    for (const auto& c : cases)
+    for (const bool dropObject : {false, true}) {
+        SCOPED_TRACE(c.message + (dropObject ? ", object deleted" : ", object retried"));
         DriverFixture f;
         f.sdk.fail(c.operation, c.code, c.onCall);
         EXPECT_EQ(runtimeError([&] { f.camera->initializeCamera("CAM0"); }), c.message);
@@ -121,6 +122,19 @@ TEST(OpenTest, FailedStepsLeaveNothingBehindAfterRetryAndRelease) {
         EXPECT_EQ(f.sdk.openStreams(), c.streamsHeld);
         EXPECT_EQ(f.sdk.liveRequests(), c.requestsHeld);
         EXPECT_EQ(f.camera->requestBuffer != nullptr, c.blockHeld);
+
+        if (dropObject) {
+            // A host that gives up on the object must find the camera free again.
+            std::uint8_t* heldBlock = f.camera->requestBuffer;
+            f.camera.reset();
+            EXPECT_EQ(f.sdk.openCameras(), 0);
+            EXPECT_EQ(f.sdk.openStreams(), 0);
+            EXPECT_EQ(f.sdk.liveRequests(), 0);
+            if (heldBlock) {
+                EXPECT_FALSE(isMapped(heldBlock));
+            }
+            continue;
+        }
 
         // Release of a camera that never opened gives nothing back ...
         f.camera->releaseCamera();
