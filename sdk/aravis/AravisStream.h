@@ -16,6 +16,7 @@
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/CameraConnection.h"
 #include "sdk/aravis/GLibHandles.h"
+#include "sdk/aravis/StreamStatistics.h"
 
 namespace Tavri::aravis {
 
@@ -56,6 +57,8 @@ private:
     bool completedWaiting();
     void syncEvent();
     void countTaken();
+    // Starts the receive thread a flush stopped; under queueMutex_.
+    void resumeThread();
 
     std::shared_ptr<CameraConnection> connection_;
     EventHandle event_;
@@ -65,10 +68,13 @@ private:
     // Completed buffers a flush took out of Aravis's output queue; they are taken
     // before anything newer. Each holds the reference the stream held.
     std::deque<ArvBuffer*> parked_;
+    bool threadStopped_ = false;  // by a flush, until the next enqueue or start
     // Completions reported by Aravis's thread and not yet popped. Aravis reports a
     // buffer just before it lands in the output queue, so a take that finds the
     // queue empty while this is positive waits briefly for it.
     std::atomic<int> reported_{0};
+    // Aravis's counters when acquisition last started; stop logs the difference.
+    StreamStatistics atStart_;
 };
 
 }  // namespace Tavri::aravis
