@@ -1,13 +1,14 @@
 #include "sdk/aravis/AravisStream.h"
 
+#include <boost/format.hpp>
+
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
+#include "TavriCommon/Logger.h"
 #include "platform/Platform.h"
 #include "sdk/aravis/AravisResult.h"
 #include "sdk/aravis/ErrorMapping.h"
-#include "sdk/aravis/TransportSettings.h"
 
 namespace Tavri::aravis {
 namespace {
@@ -51,23 +52,33 @@ std::uint32_t filledBytes(ArvBuffer* buffer, std::uint32_t capacity) {
 
 std::unique_ptr<AravisStream> AravisStream::open(std::shared_ptr<CameraConnection> connection, EventHandle event,
                                                  Result& result) {
-    TransportSettings transport;
-    if ((result = TransportSettings::fromEnvironment(transport))) return nullptr;
     std::unique_ptr<AravisStream> stream(new AravisStream(connection, event));
-    result = connection->withFeatures([&](ArvCamera* camera) -> Result {
-        if (const Result r = prepareCamera(camera, transport)) return r;
-        GErrorSlot error;
-        ArvStream* created = arv_camera_create_stream(camera, &AravisStream::onStreamEvent, stream.get(), error.out());
-        if (!created) {
-            const Result r = resultFromError(error.get());
-            return r == AravisResult::NotResponding ? r : AravisResult::StreamFailed;
-        }
-        stream->stream_.reset(created);
-        transport.applyToStream(created);
-        return AravisResult::Success;
-    });
+    if ((result = TransportSettings::fromEnvironment(stream->transport_))) return nullptr;
+    result = connection->withFeatures(
+        [&](ArvCamera* camera) -> Result { return prepareCamera(camera, stream->transport_); });
     if (result) return nullptr;
     return stream;
+}
+
+// Aravis's stream is made when the first request is queued or acquisition starts:
+// it sets up a receive thread and packet ring that an open for settings alone would
+// only tear down again, a tenth of a second of every such open and close.
+Result AravisStream::ensureStream() {
+    if (stream_) return AravisResult::Success;
+    return connection_->withFeatures([&](ArvCamera* camera) -> Result {
+        GErrorSlot error;
+        ArvStream* created = arv_camera_create_stream(camera, &AravisStream::onStreamEvent, this, error.out());
+        if (!created) {
+            const Result r = resultFromError(error.get());
+            TAVRI_LOG(3, (boost::format("Aravis: cannot create the stream of camera %s: %s") %
+                          connection_->deviceId() % error.message())
+                             .str());
+            return r == AravisResult::NotResponding ? r : AravisResult::StreamFailed;
+        }
+        stream_.reset(created);
+        transport_.applyToStream(created);
+        return AravisResult::Success;
+    });
 }
 
 AravisStream::AravisStream(std::shared_ptr<CameraConnection> connection, EventHandle event)
@@ -129,8 +140,8 @@ Result AravisStream::enqueue(RequestHandle handle) {
     Request* request = find(handle);
     if (!request) return AravisResult::InvalidHandle;
     if (request->onStream) return AravisResult::RequestBusy;
+    if (const Result r = ensureStream()) return r;
     request->onStream = true;
-    resumeThread();
     // The stream takes over the extra reference until the buffer is popped.
     arv_stream_push_buffer(stream_.get(), GObjectPtr<ArvBuffer>(g_object_ref(request->buffer.get())).release());
     return AravisResult::Success;
@@ -143,6 +154,7 @@ void AravisStream::countTaken() {
 }
 
 void AravisStream::parkCompleted() {
+    if (!stream_) return;
     while (ArvBuffer* buffer = arv_stream_try_pop_buffer(stream_.get())) {
         countTaken();
         parked_.push_back(buffer);
@@ -155,6 +167,7 @@ ArvBuffer* AravisStream::popCompleted() {
         parked_.pop_front();
         return buffer;
     }
+    if (!stream_) return nullptr;
     ArvBuffer* buffer = arv_stream_try_pop_buffer(stream_.get());
     if (!buffer && reported_.load() > 0) buffer = arv_stream_timeout_pop_buffer(stream_.get(), kReportedBufferWaitUs);
     if (buffer) countTaken();
@@ -163,6 +176,7 @@ ArvBuffer* AravisStream::popCompleted() {
 
 bool AravisStream::completedWaiting() {
     if (!parked_.empty() || reported_.load() > 0) return true;
+    if (!stream_) return false;
     gint input = 0, output = 0;
     arv_stream_get_n_buffers(stream_.get(), &input, &output);
     return output > 0;
@@ -213,30 +227,22 @@ Result AravisStream::flushWaitQueue() {
     // aside, then the stream thread is stopped with its queues emptied (our own
     // references keep every request alive) and started again.
     parkCompleted();
+    if (!stream_) return AravisResult::Success;  // nothing was ever queued
     arv_stream_stop_thread(stream_.get(), TRUE);
     reported_.store(0);
     for (auto& [handle, request] : requests_) {
         const bool parked = std::find(parked_.begin(), parked_.end(), request->buffer.get()) != parked_.end();
         if (!parked) request->onStream = false;
     }
-    // Started again only when a request is queued or acquisition starts: a flush on
-    // the way to closing would otherwise set up the receive ring just to drop it,
-    // which costs about 0.1 s of every open and close.
-    threadStopped_ = true;
+    arv_stream_start_thread(stream_.get());
     syncEvent();
     return AravisResult::Success;
-}
-
-void AravisStream::resumeThread() {
-    if (!threadStopped_) return;
-    arv_stream_start_thread(stream_.get());
-    threadStopped_ = false;
 }
 
 Result AravisStream::start() {
     {
         std::lock_guard<std::mutex> lock(queueMutex_);
-        resumeThread();
+        if (const Result r = ensureStream()) return r;
     }
     atStart_ = StreamStatistics::read(stream_.get());
     return connection_->withFeatures([](ArvCamera* camera) {
@@ -253,7 +259,7 @@ Result AravisStream::stop() {
         return resultFromError(error.get());
     });
     // Told even when the camera is gone: the figures are what explains the lost images.
-    logAcquisition(connection_->deviceId(), StreamStatistics::read(stream_.get()) - atStart_);
+    if (stream_) logAcquisition(connection_->deviceId(), StreamStatistics::read(stream_.get()) - atStart_);
     return result;
 }
 

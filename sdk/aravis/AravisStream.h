@@ -17,6 +17,7 @@
 #include "sdk/aravis/CameraConnection.h"
 #include "sdk/aravis/GLibHandles.h"
 #include "sdk/aravis/StreamStatistics.h"
+#include "sdk/aravis/TransportSettings.h"
 
 namespace Tavri::aravis {
 
@@ -52,23 +53,23 @@ private:
     AravisStream(std::shared_ptr<CameraConnection> connection, EventHandle event);
     static void onStreamEvent(void* self, ArvStreamCallbackType type, ArvBuffer* buffer);
     Request* find(RequestHandle handle);
+    // Creates Aravis's stream if it does not exist yet; under queueMutex_.
+    Result ensureStream();
     ArvBuffer* popCompleted();
     void parkCompleted();
     bool completedWaiting();
     void syncEvent();
     void countTaken();
-    // Starts the receive thread a flush stopped; under queueMutex_.
-    void resumeThread();
 
     std::shared_ptr<CameraConnection> connection_;
     EventHandle event_;
-    GObjectPtr<ArvStream> stream_;
+    TransportSettings transport_;
+    GObjectPtr<ArvStream> stream_;  // null until the first enqueue or start
     std::mutex queueMutex_;
     std::map<RequestHandle, std::unique_ptr<Request>> requests_;
     // Completed buffers a flush took out of Aravis's output queue; they are taken
     // before anything newer. Each holds the reference the stream held.
     std::deque<ArvBuffer*> parked_;
-    bool threadStopped_ = false;  // by a flush, until the next enqueue or start
     // Completions reported by Aravis's thread and not yet popped. Aravis reports a
     // buffer just before it lands in the output queue, so a take that finds the
     // queue empty while this is positive waits briefly for it.
