@@ -288,7 +288,8 @@ Result AravisSdk::sdkSetHeight(CameraHandle camera, std::uint32_t height) {
 }
 
 Result AravisSdk::sdkSetPixelFormat(CameraHandle camera, std::uint32_t format) {
-    return onCameraWrite(camera, "set pixel format", [&](ArvCamera* arv) { return features::setPixelFormat(arv, format); });
+    return onCameraWrite(camera, "set pixel format",
+                         [&](ArvCamera* arv) { return features::setPixelFormat(arv, format); });
 }
 
 Result AravisSdk::sdkGetTriggerMode(CameraHandle camera, bool* on) {
@@ -301,15 +302,18 @@ Result AravisSdk::sdkSetTriggerMode(CameraHandle camera, bool on) {
 }
 
 Result AravisSdk::sdkSetTriggerSequence(CameraHandle camera, std::uint32_t sequence) {
-    return onCameraWrite(camera, "set trigger sequence", [&](ArvCamera* arv) { return features::setTriggerSequence(arv, sequence); });
+    return onCameraWrite(camera, "set trigger sequence",
+                         [&](ArvCamera* arv) { return features::setTriggerSequence(arv, sequence); });
 }
 
 Result AravisSdk::sdkSetTriggerSource(CameraHandle camera, std::uint32_t source) {
-    return onCameraWrite(camera, "set trigger source", [&](ArvCamera* arv) { return features::setTriggerSource(arv, source); });
+    return onCameraWrite(camera, "set trigger source",
+                         [&](ArvCamera* arv) { return features::setTriggerSource(arv, source); });
 }
 
 Result AravisSdk::sdkExecuteSoftwareTrigger(CameraHandle camera) {
-    return onCameraWrite(camera, "execute software trigger", [](ArvCamera* arv) { return features::executeSoftwareTrigger(arv); });
+    return onCameraWrite(camera, "execute software trigger",
+                         [](ArvCamera* arv) { return features::executeSoftwareTrigger(arv); });
 }
 
 Result AravisSdk::sdkGetTriggerActivation(CameraHandle camera, std::uint32_t* activation) {
@@ -318,7 +322,8 @@ Result AravisSdk::sdkGetTriggerActivation(CameraHandle camera, std::uint32_t* ac
 }
 
 Result AravisSdk::sdkSetTriggerActivation(CameraHandle camera, std::uint32_t activation) {
-    return onCameraWrite(camera, "set trigger activation", [&](ArvCamera* arv) { return features::setTriggerActivation(arv, activation); });
+    return onCameraWrite(camera, "set trigger activation",
+                         [&](ArvCamera* arv) { return features::setTriggerActivation(arv, activation); });
 }
 
 Result AravisSdk::sdkGetExposureTime(CameraHandle camera, double* value) {
@@ -327,7 +332,8 @@ Result AravisSdk::sdkGetExposureTime(CameraHandle camera, double* value) {
 }
 
 Result AravisSdk::sdkSetExposureTime(CameraHandle camera, double value) {
-    return onCameraWrite(camera, "set exposure time", [&](ArvCamera* arv) { return features::setExposureTime(arv, value); });
+    return onCameraWrite(camera, "set exposure time",
+                         [&](ArvCamera* arv) { return features::setExposureTime(arv, value); });
 }
 
 Result AravisSdk::sdkGetGain(CameraHandle camera, double* value) {
@@ -345,7 +351,8 @@ Result AravisSdk::sdkGetBlackLevel(CameraHandle camera, double* value) {
 }
 
 Result AravisSdk::sdkSetBlackLevel(CameraHandle camera, double value) {
-    return onCameraWrite(camera, "set black level", [&](ArvCamera* arv) { return features::setBlackLevel(arv, value); });
+    return onCameraWrite(camera, "set black level",
+                         [&](ArvCamera* arv) { return features::setBlackLevel(arv, value); });
 }
 
 Result AravisSdk::sdkGetBalanceRatio(CameraHandle camera, std::uint32_t selector, double* value) {
@@ -354,7 +361,8 @@ Result AravisSdk::sdkGetBalanceRatio(CameraHandle camera, std::uint32_t selector
 }
 
 Result AravisSdk::sdkSetBalanceRatio(CameraHandle camera, std::uint32_t selector, double value) {
-    return onCameraWrite(camera, "set balance ratio", [&](ArvCamera* arv) { return features::setBalanceRatio(arv, selector, value); });
+    return onCameraWrite(camera, "set balance ratio",
+                         [&](ArvCamera* arv) { return features::setBalanceRatio(arv, selector, value); });
 }
 
 std::unique_ptr<TeliSdk> makeSdk() { return std::make_unique<AravisSdk>(); }

@@ -26,7 +26,7 @@ std::string numberText(double value) { return (boost::format("%g") % value).str(
 // Runs one Aravis write and, when the camera refuses it, notes the feature, the value
 // and Aravis's reason.
 template <typename Call>
-Result write(const char* feature, const std::string& value, Call&& call) {
+Result writeFeature(const char* feature, const std::string& value, Call&& call) {
     GErrorSlot error;
     call(error.out());
     const Result result = resultFromError(error.get());
@@ -95,7 +95,7 @@ Result setEntry(ArvCamera* camera, const char* feature, const char* entry) {
               offeredEntries(camera, feature))
                  .str());
     if (r) return r;
-    return write(feature, entry, [&](GError** e) { arv_camera_set_string(camera, feature, entry, e); });
+    return writeFeature(feature, entry, [&](GError** e) { arv_camera_set_string(camera, feature, entry, e); });
 }
 
 Result getEntry(ArvCamera* camera, const char* feature, std::string& entry) {
@@ -117,8 +117,8 @@ Result selectFrameTrigger(ArvCamera* camera) {
     if (!present) return AravisResult::Success;
     if (const Result r = probeEntry(camera, "TriggerSelector", "FrameStart", present)) return r;
     if (!present) return AravisResult::Success;
-    return write("TriggerSelector", "FrameStart",
-                 [&](GError** e) { arv_camera_set_string(camera, "TriggerSelector", "FrameStart", e); });
+    return writeFeature("TriggerSelector", "FrameStart",
+                        [&](GError** e) { arv_camera_set_string(camera, "TriggerSelector", "FrameStart", e); });
 }
 
 Result getInteger(ArvCamera* camera, const char* feature, std::uint32_t& value) {
@@ -147,11 +147,11 @@ Result setExtent(ArvCamera* camera, const char* feature, const char* offset, std
         return AravisResult::FeatureMissing;
     }
     const auto set = [&](GError** e) { arv_camera_set_integer(camera, feature, value, e); };
-    Result r = write(feature, std::to_string(value), set);
+    Result r = writeFeature(feature, std::to_string(value), set);
     if (r != AravisResult::ValueOutOfRange) return r;
     if (probe(camera, offset, present) || !present) return r;
     if (run([&](GError** e) { arv_camera_set_integer(camera, offset, 0, e); })) return r;
-    return write(feature, std::to_string(value), set);
+    return writeFeature(feature, std::to_string(value), set);
 }
 
 const char* pixelFormatName(std::uint32_t pfnc) {
@@ -258,8 +258,8 @@ Result setPixelFormat(ArvCamera* camera, std::uint32_t pfnc) {
         note((boost::format("PixelFormat = 0x%08x refused: the camera does not offer it") % pfnc).str());
         return AravisResult::ValueNotSupported;
     }
-    return write("PixelFormat", (boost::format("0x%08x") % pfnc).str(),
-                 [&](GError** e) { arv_camera_set_pixel_format(camera, pfnc, e); });
+    return writeFeature("PixelFormat", (boost::format("0x%08x") % pfnc).str(),
+                        [&](GError** e) { arv_camera_set_pixel_format(camera, pfnc, e); });
 }
 
 Result largestPayload(ArvCamera* camera, std::uint32_t& bytes) {
@@ -318,10 +318,10 @@ Result setTriggerSequence(ArvCamera* camera, std::uint32_t sequence) {
     bool isEntry = false;
     if (const Result r = probeEntry(camera, "TriggerSequence", entry.c_str(), isEntry)) return r;
     if (isEntry)
-        return write("TriggerSequence", entry,
-                     [&](GError** e) { arv_camera_set_string(camera, "TriggerSequence", entry.c_str(), e); });
-    return write("TriggerSequence", std::to_string(sequence),
-                 [&](GError** e) { arv_camera_set_integer(camera, "TriggerSequence", sequence, e); });
+        return writeFeature("TriggerSequence", entry,
+                            [&](GError** e) { arv_camera_set_string(camera, "TriggerSequence", entry.c_str(), e); });
+    return writeFeature("TriggerSequence", std::to_string(sequence),
+                        [&](GError** e) { arv_camera_set_integer(camera, "TriggerSequence", sequence, e); });
 }
 
 Result setTriggerSource(ArvCamera* camera, std::uint32_t source) {
@@ -348,8 +348,8 @@ Result executeSoftwareTrigger(ArvCamera* camera) {
     std::string mode;
     if (const Result r = getEntry(camera, "TriggerMode", mode)) return r;
     if (mode == "Off") return AravisResult::Success;
-    return write("TriggerSoftware", "(command)",
-                 [&](GError** e) { arv_camera_execute_command(camera, "TriggerSoftware", e); });
+    return writeFeature("TriggerSoftware", "(command)",
+                        [&](GError** e) { arv_camera_execute_command(camera, "TriggerSoftware", e); });
 }
 
 Result getTriggerActivation(ArvCamera* camera, std::uint32_t& activation) {
@@ -386,7 +386,8 @@ Result getExposureTime(ArvCamera* camera, double& value) {
 
 Result setExposureTime(ArvCamera* camera, double value) {
     if (const Result r = requireEither(camera, "ExposureTime", "ExposureTimeAbs")) return r;
-    return write("ExposureTime", numberText(value), [&](GError** e) { arv_camera_set_exposure_time(camera, value, e); });
+    return writeFeature("ExposureTime", numberText(value),
+                        [&](GError** e) { arv_camera_set_exposure_time(camera, value, e); });
 }
 
 Result getGain(ArvCamera* camera, double& value) {
@@ -396,7 +397,7 @@ Result getGain(ArvCamera* camera, double& value) {
 
 Result setGain(ArvCamera* camera, double value) {
     if (const Result r = requireEither(camera, "Gain", "GainRaw")) return r;
-    return write("Gain", numberText(value), [&](GError** e) { arv_camera_set_gain(camera, value, e); });
+    return writeFeature("Gain", numberText(value), [&](GError** e) { arv_camera_set_gain(camera, value, e); });
 }
 
 Result getBlackLevel(ArvCamera* camera, double& value) {
@@ -406,7 +407,8 @@ Result getBlackLevel(ArvCamera* camera, double& value) {
 
 Result setBlackLevel(ArvCamera* camera, double value) {
     if (const Result r = requireEither(camera, "BlackLevel", "BlackLevelRaw")) return r;
-    return write("BlackLevel", numberText(value), [&](GError** e) { arv_camera_set_black_level(camera, value, e); });
+    return writeFeature("BlackLevel", numberText(value),
+                        [&](GError** e) { arv_camera_set_black_level(camera, value, e); });
 }
 
 Result getBalanceRatio(ArvCamera* camera, std::uint32_t selector, double& value) {
@@ -418,7 +420,8 @@ Result getBalanceRatio(ArvCamera* camera, std::uint32_t selector, double& value)
 Result setBalanceRatio(ArvCamera* camera, std::uint32_t selector, double value) {
     const char* feature = nullptr;
     if (const Result r = selectBalance(camera, selector, feature)) return r;
-    return write(feature, numberText(value), [&](GError** e) { arv_camera_set_float(camera, feature, value, e); });
+    return writeFeature(feature, numberText(value),
+                        [&](GError** e) { arv_camera_set_float(camera, feature, value, e); });
 }
 
 }  // namespace Tavri::aravis::features

@@ -14,9 +14,9 @@ StreamStatistics StreamStatistics::read(ArvStream* stream) {
     s.completed = completed;
     s.failures = failures;
     s.underruns = underruns;
-    // Aravis names its counters; a USB3 stream has no packet counters and reads 0.
-    s.timeouts = arv_stream_get_info_uint64_by_name(stream, "n_timeouts");
+    // Time-outs and packets are GigE counters; a USB3 stream reads 0 for them.
     if (ARV_IS_GV_STREAM(stream)) {
+        s.timeouts = arv_stream_get_info_uint64_by_name(stream, "n_timeouts");
         guint64 resent = 0, missing = 0;
         arv_gv_stream_get_statistics(ARV_GV_STREAM(stream), &resent, &missing);
         s.resentPackets = resent;
