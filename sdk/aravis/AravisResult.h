@@ -32,6 +32,8 @@
 // |  117 | ImageFailed          | any other non-success frame status                          |
 // |  118 | GenICamError         | any other GenICam evaluation error                          |
 // |  119 | WrongFeatureType     | the feature exists with a type the operation cannot use     |
+// |  120 | InvalidSetting       | a TAVRI_ARAVIS_* transport variable holds a value it does   |
+// |      |                      | not allow (TransportSettings.h); the camera is not opened   |
 
 #include "sdk/TeliSdk.h"
 
@@ -60,4 +62,6 @@ constexpr Result ImageAborted = 116;
 constexpr Result ImageFailed = 117;
 constexpr Result GenICamError = 118;
 constexpr Result WrongFeatureType = 119;
+// Added with the transport variables: a refused environment value.
+constexpr Result InvalidSetting = 120;
 }  // namespace Tavri::aravis::AravisResult

@@ -1,8 +1,12 @@
 #include "sdk/aravis/AravisSdk.h"
 
+#include <boost/format.hpp>
+
+#include "TavriCommon/Logger.h"
 #include "sdk/Backends.h"
 #include "sdk/aravis/AravisResult.h"
 #include "sdk/aravis/CameraFeatures.h"
+#include "sdk/aravis/TransportSettings.h"
 
 namespace Tavri::aravis {
 
@@ -25,6 +29,19 @@ Result AravisSdk::onCamera(CameraHandle handle, Access&& access) {
     const auto slot = findCamera(handle);
     if (!slot) return AravisResult::InvalidHandle;
     return slot->connection->withFeatures(std::forward<Access>(access));
+}
+
+template <typename Access>
+Result AravisSdk::onCameraWrite(CameraHandle handle, const char* operation, Access&& access) {
+    features::takeFailureNote();
+    const Result result = onCamera(handle, std::forward<Access>(access));
+    const std::string why = features::takeFailureNote();
+    // A lost camera answers without being asked and has said so once already.
+    if (result && (!why.empty() || result != AravisResult::NotResponding))
+        TAVRI_LOG(3, (boost::format("Aravis: %s failed with %d: %s") % operation % result %
+                      (why.empty() ? std::string("no further cause given") : why))
+                         .str());
+    return result;
 }
 
 template <typename Access>
@@ -70,10 +87,18 @@ Result AravisSdk::sdkTerminate() {
 
 Result AravisSdk::sdkGetCameraCount(std::uint32_t* count) {
     if (!count) return AravisResult::InvalidArgument;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (enumerated_ && std::chrono::steady_clock::now() - enumeratedAt_ < kDeviceListMaxAge) {
+            *count = static_cast<std::uint32_t>(cameras_.size());
+            return AravisResult::Success;
+        }
+    }
     auto found = discoverCameras();
     std::lock_guard<std::mutex> lock(mutex_);
     cameras_ = std::move(found);
     enumerated_ = true;
+    enumeratedAt_ = std::chrono::steady_clock::now();
     *count = static_cast<std::uint32_t>(cameras_.size());
     return AravisResult::Success;
 }
@@ -106,6 +131,10 @@ Result AravisSdk::sdkGetCameraInfo(CameraHandle camera, std::uint32_t index, Cam
 
 Result AravisSdk::sdkOpenCamera(std::uint32_t index, CameraHandle* camera, void*, bool, void*, std::uint32_t) {
     if (!camera) return AravisResult::InvalidArgument;
+    // A bad transport variable stops the open, before any traffic: the stream would
+    // refuse it anyway, and the user should hear of it at the first step.
+    TransportSettings transport;
+    if (const Result r = TransportSettings::fromEnvironment(transport)) return r;
     ensureEnumerated();
     std::string deviceId;
     {
@@ -124,7 +153,12 @@ Result AravisSdk::sdkOpenCamera(std::uint32_t index, CameraHandle* camera, void*
     }
     Result result = AravisResult::Success;
     auto connection = CameraConnection::open(deviceId, result);
-    if (!connection) return result;
+    if (!connection) {
+        // The list may be out of date: the next count looks again.
+        std::lock_guard<std::mutex> lock(mutex_);
+        enumerated_ = false;
+        return result;
+    }
     auto slot = std::make_shared<CameraSlot>();
     slot->connection = connection;
     std::lock_guard<std::mutex> lock(mutex_);
@@ -241,7 +275,7 @@ Result AravisSdk::sdkGetWidth(CameraHandle camera, std::uint32_t* width) {
 }
 
 Result AravisSdk::sdkSetWidth(CameraHandle camera, std::uint32_t width) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setWidth(arv, width); });
+    return onCameraWrite(camera, "set width", [&](ArvCamera* arv) { return features::setWidth(arv, width); });
 }
 
 Result AravisSdk::sdkGetHeight(CameraHandle camera, std::uint32_t* height) {
@@ -250,11 +284,12 @@ Result AravisSdk::sdkGetHeight(CameraHandle camera, std::uint32_t* height) {
 }
 
 Result AravisSdk::sdkSetHeight(CameraHandle camera, std::uint32_t height) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setHeight(arv, height); });
+    return onCameraWrite(camera, "set height", [&](ArvCamera* arv) { return features::setHeight(arv, height); });
 }
 
 Result AravisSdk::sdkSetPixelFormat(CameraHandle camera, std::uint32_t format) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setPixelFormat(arv, format); });
+    return onCameraWrite(camera, "set pixel format",
+                         [&](ArvCamera* arv) { return features::setPixelFormat(arv, format); });
 }
 
 Result AravisSdk::sdkGetTriggerMode(CameraHandle camera, bool* on) {
@@ -263,19 +298,22 @@ Result AravisSdk::sdkGetTriggerMode(CameraHandle camera, bool* on) {
 }
 
 Result AravisSdk::sdkSetTriggerMode(CameraHandle camera, bool on) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setTriggerMode(arv, on); });
+    return onCameraWrite(camera, "set trigger mode", [&](ArvCamera* arv) { return features::setTriggerMode(arv, on); });
 }
 
 Result AravisSdk::sdkSetTriggerSequence(CameraHandle camera, std::uint32_t sequence) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setTriggerSequence(arv, sequence); });
+    return onCameraWrite(camera, "set trigger sequence",
+                         [&](ArvCamera* arv) { return features::setTriggerSequence(arv, sequence); });
 }
 
 Result AravisSdk::sdkSetTriggerSource(CameraHandle camera, std::uint32_t source) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setTriggerSource(arv, source); });
+    return onCameraWrite(camera, "set trigger source",
+                         [&](ArvCamera* arv) { return features::setTriggerSource(arv, source); });
 }
 
 Result AravisSdk::sdkExecuteSoftwareTrigger(CameraHandle camera) {
-    return onCamera(camera, [](ArvCamera* arv) { return features::executeSoftwareTrigger(arv); });
+    return onCameraWrite(camera, "execute software trigger",
+                         [](ArvCamera* arv) { return features::executeSoftwareTrigger(arv); });
 }
 
 Result AravisSdk::sdkGetTriggerActivation(CameraHandle camera, std::uint32_t* activation) {
@@ -284,7 +322,8 @@ Result AravisSdk::sdkGetTriggerActivation(CameraHandle camera, std::uint32_t* ac
 }
 
 Result AravisSdk::sdkSetTriggerActivation(CameraHandle camera, std::uint32_t activation) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setTriggerActivation(arv, activation); });
+    return onCameraWrite(camera, "set trigger activation",
+                         [&](ArvCamera* arv) { return features::setTriggerActivation(arv, activation); });
 }
 
 Result AravisSdk::sdkGetExposureTime(CameraHandle camera, double* value) {
@@ -293,7 +332,8 @@ Result AravisSdk::sdkGetExposureTime(CameraHandle camera, double* value) {
 }
 
 Result AravisSdk::sdkSetExposureTime(CameraHandle camera, double value) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setExposureTime(arv, value); });
+    return onCameraWrite(camera, "set exposure time",
+                         [&](ArvCamera* arv) { return features::setExposureTime(arv, value); });
 }
 
 Result AravisSdk::sdkGetGain(CameraHandle camera, double* value) {
@@ -302,7 +342,7 @@ Result AravisSdk::sdkGetGain(CameraHandle camera, double* value) {
 }
 
 Result AravisSdk::sdkSetGain(CameraHandle camera, double value) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setGain(arv, value); });
+    return onCameraWrite(camera, "set gain", [&](ArvCamera* arv) { return features::setGain(arv, value); });
 }
 
 Result AravisSdk::sdkGetBlackLevel(CameraHandle camera, double* value) {
@@ -311,7 +351,8 @@ Result AravisSdk::sdkGetBlackLevel(CameraHandle camera, double* value) {
 }
 
 Result AravisSdk::sdkSetBlackLevel(CameraHandle camera, double value) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setBlackLevel(arv, value); });
+    return onCameraWrite(camera, "set black level",
+                         [&](ArvCamera* arv) { return features::setBlackLevel(arv, value); });
 }
 
 Result AravisSdk::sdkGetBalanceRatio(CameraHandle camera, std::uint32_t selector, double* value) {
@@ -320,7 +361,8 @@ Result AravisSdk::sdkGetBalanceRatio(CameraHandle camera, std::uint32_t selector
 }
 
 Result AravisSdk::sdkSetBalanceRatio(CameraHandle camera, std::uint32_t selector, double value) {
-    return onCamera(camera, [&](ArvCamera* arv) { return features::setBalanceRatio(arv, selector, value); });
+    return onCameraWrite(camera, "set balance ratio",
+                         [&](ArvCamera* arv) { return features::setBalanceRatio(arv, selector, value); });
 }
 
 std::unique_ptr<TeliSdk> makeSdk() { return std::make_unique<AravisSdk>(); }

@@ -3,6 +3,7 @@
 // objects of this backend, checked on every call, so a stale or foreign handle is a
 // result code, never a crash. Result codes: AravisResult.h.
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -18,6 +19,12 @@ namespace Tavri::aravis {
 
 class AravisSdk final : public TeliSdk {
 public:
+    // A device list younger than this is reused: the driver counts cameras up to three
+    // times for one open, and each GigE discovery round waits out about a second. A
+    // camera that comes or goes is seen once the list is older, or after an open that
+    // failed on it.
+    static constexpr std::chrono::seconds kDeviceListMaxAge{5};
+
     AravisSdk() = default;
     ~AravisSdk() override;
 
@@ -78,12 +85,17 @@ private:
     // Runs a feature access on an open camera under its feature lock.
     template <typename Access>
     Result onCamera(CameraHandle handle, Access&& access);
+    // The same for a control write: a refusal is logged (level 3) with the feature,
+    // the value and the camera's reason.
+    template <typename Access>
+    Result onCameraWrite(CameraHandle handle, const char* operation, Access&& access);
     template <typename Access>
     Result onStream(StreamHandle handle, Access&& access);
 
     std::mutex mutex_;  // guards everything below; never held across camera traffic
     bool initialized_ = false;
     bool enumerated_ = false;
+    std::chrono::steady_clock::time_point enumeratedAt_;
     std::vector<DiscoveredCamera> cameras_;
     std::map<CameraHandle, std::shared_ptr<CameraSlot>> openCameras_;
     std::map<StreamHandle, StreamSlot> streams_;

@@ -1,9 +1,11 @@
 #include "sdk/aravis/AravisStream.h"
 
+#include <boost/format.hpp>
+
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
+#include "TavriCommon/Logger.h"
 #include "platform/Platform.h"
 #include "sdk/aravis/AravisResult.h"
 #include "sdk/aravis/ErrorMapping.h"
@@ -14,24 +16,9 @@ namespace {
 // Longest wait for a buffer Aravis has reported but not yet queued (microseconds).
 constexpr guint64 kReportedBufferWaitUs = 200000;
 
-// GigE packet size asked for by TAVRI_ARAVIS_PACKET_SIZE; 0 lets Aravis negotiate.
-guint requestedPacketSize() {
-    const char* text = std::getenv("TAVRI_ARAVIS_PACKET_SIZE");
-    if (!text || !*text) return 0;
-    const long value = std::strtol(text, nullptr, 10);
-    return value > 0 ? static_cast<guint>(value) : 0;
-}
-
-Result prepareCamera(ArvCamera* camera) {
+Result prepareCamera(ArvCamera* camera, const TransportSettings& transport) {
+    if (const Result r = transport.applyToCamera(camera)) return r;
     GErrorSlot error;
-    if (arv_camera_is_gv_device(camera)) {
-        if (const guint packet = requestedPacketSize()) {
-            // A camera without the feature keeps its own size; anything else is an error.
-            arv_camera_gv_set_packet_size(camera, static_cast<gint>(packet), error.out());
-            const Result result = resultFromError(error.get());
-            if (result && result != AravisResult::FeatureMissing) return result;
-        }
-    }
     // Requests are queued ahead of time and refilled: the camera must run until it
     // is told to stop. A camera without the feature runs continuously anyway.
     arv_camera_set_acquisition_mode(camera, ARV_ACQUISITION_MODE_CONTINUOUS, error.out());
@@ -66,19 +53,32 @@ std::uint32_t filledBytes(ArvBuffer* buffer, std::uint32_t capacity) {
 std::unique_ptr<AravisStream> AravisStream::open(std::shared_ptr<CameraConnection> connection, EventHandle event,
                                                  Result& result) {
     std::unique_ptr<AravisStream> stream(new AravisStream(connection, event));
-    result = connection->withFeatures([&](ArvCamera* camera) -> Result {
-        if (const Result r = prepareCamera(camera)) return r;
-        GErrorSlot error;
-        ArvStream* created = arv_camera_create_stream(camera, &AravisStream::onStreamEvent, stream.get(), error.out());
-        if (!created) {
-            const Result r = resultFromError(error.get());
-            return r == AravisResult::NotResponding ? r : AravisResult::StreamFailed;
-        }
-        stream->stream_.reset(created);
-        return AravisResult::Success;
-    });
+    if ((result = TransportSettings::fromEnvironment(stream->transport_))) return nullptr;
+    result = connection->withFeatures(
+        [&](ArvCamera* camera) -> Result { return prepareCamera(camera, stream->transport_); });
     if (result) return nullptr;
     return stream;
+}
+
+// Aravis's stream is made when the first request is queued or acquisition starts:
+// it sets up a receive thread and packet ring that an open for settings alone would
+// only tear down again, a tenth of a second of every such open and close.
+Result AravisStream::ensureStream() {
+    if (stream_) return AravisResult::Success;
+    return connection_->withFeatures([&](ArvCamera* camera) -> Result {
+        GErrorSlot error;
+        ArvStream* created = arv_camera_create_stream(camera, &AravisStream::onStreamEvent, this, error.out());
+        if (!created) {
+            const Result r = resultFromError(error.get());
+            TAVRI_LOG(3, (boost::format("Aravis: cannot create the stream of camera %s: %s") %
+                          connection_->deviceId() % error.message())
+                             .str());
+            return r == AravisResult::NotResponding ? r : AravisResult::StreamFailed;
+        }
+        stream_.reset(created);
+        transport_.applyToStream(created);
+        return AravisResult::Success;
+    });
 }
 
 AravisStream::AravisStream(std::shared_ptr<CameraConnection> connection, EventHandle event)
@@ -140,6 +140,7 @@ Result AravisStream::enqueue(RequestHandle handle) {
     Request* request = find(handle);
     if (!request) return AravisResult::InvalidHandle;
     if (request->onStream) return AravisResult::RequestBusy;
+    if (const Result r = ensureStream()) return r;
     request->onStream = true;
     // The stream takes over the extra reference until the buffer is popped.
     arv_stream_push_buffer(stream_.get(), GObjectPtr<ArvBuffer>(g_object_ref(request->buffer.get())).release());
@@ -153,6 +154,7 @@ void AravisStream::countTaken() {
 }
 
 void AravisStream::parkCompleted() {
+    if (!stream_) return;
     while (ArvBuffer* buffer = arv_stream_try_pop_buffer(stream_.get())) {
         countTaken();
         parked_.push_back(buffer);
@@ -165,6 +167,7 @@ ArvBuffer* AravisStream::popCompleted() {
         parked_.pop_front();
         return buffer;
     }
+    if (!stream_) return nullptr;
     ArvBuffer* buffer = arv_stream_try_pop_buffer(stream_.get());
     if (!buffer && reported_.load() > 0) buffer = arv_stream_timeout_pop_buffer(stream_.get(), kReportedBufferWaitUs);
     if (buffer) countTaken();
@@ -173,6 +176,7 @@ ArvBuffer* AravisStream::popCompleted() {
 
 bool AravisStream::completedWaiting() {
     if (!parked_.empty() || reported_.load() > 0) return true;
+    if (!stream_) return false;
     gint input = 0, output = 0;
     arv_stream_get_n_buffers(stream_.get(), &input, &output);
     return output > 0;
@@ -223,6 +227,7 @@ Result AravisStream::flushWaitQueue() {
     // aside, then the stream thread is stopped with its queues emptied (our own
     // references keep every request alive) and started again.
     parkCompleted();
+    if (!stream_) return AravisResult::Success;  // nothing was ever queued
     arv_stream_stop_thread(stream_.get(), TRUE);
     reported_.store(0);
     for (auto& [handle, request] : requests_) {
@@ -235,6 +240,11 @@ Result AravisStream::flushWaitQueue() {
 }
 
 Result AravisStream::start() {
+    {
+        std::lock_guard<std::mutex> lock(queueMutex_);
+        if (const Result r = ensureStream()) return r;
+    }
+    atStart_ = StreamStatistics::read(stream_.get());
     return connection_->withFeatures([](ArvCamera* camera) {
         GErrorSlot error;
         arv_camera_start_acquisition(camera, error.out());
@@ -243,11 +253,14 @@ Result AravisStream::start() {
 }
 
 Result AravisStream::stop() {
-    return connection_->withFeatures([](ArvCamera* camera) {
+    const Result result = connection_->withFeatures([](ArvCamera* camera) {
         GErrorSlot error;
         arv_camera_stop_acquisition(camera, error.out());
         return resultFromError(error.get());
     });
+    // Told even when the camera is gone: the figures are what explains the lost images.
+    if (stream_) logAcquisition(connection_->deviceId(), StreamStatistics::read(stream_.get()) - atStart_);
+    return result;
 }
 
 }  // namespace Tavri::aravis

@@ -16,6 +16,8 @@
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/CameraConnection.h"
 #include "sdk/aravis/GLibHandles.h"
+#include "sdk/aravis/StreamStatistics.h"
+#include "sdk/aravis/TransportSettings.h"
 
 namespace Tavri::aravis {
 
@@ -51,6 +53,8 @@ private:
     AravisStream(std::shared_ptr<CameraConnection> connection, EventHandle event);
     static void onStreamEvent(void* self, ArvStreamCallbackType type, ArvBuffer* buffer);
     Request* find(RequestHandle handle);
+    // Creates Aravis's stream if it does not exist yet; under queueMutex_.
+    Result ensureStream();
     ArvBuffer* popCompleted();
     void parkCompleted();
     bool completedWaiting();
@@ -59,7 +63,8 @@ private:
 
     std::shared_ptr<CameraConnection> connection_;
     EventHandle event_;
-    GObjectPtr<ArvStream> stream_;
+    TransportSettings transport_;
+    GObjectPtr<ArvStream> stream_;  // null until the first enqueue or start
     std::mutex queueMutex_;
     std::map<RequestHandle, std::unique_ptr<Request>> requests_;
     // Completed buffers a flush took out of Aravis's output queue; they are taken
@@ -69,6 +74,8 @@ private:
     // buffer just before it lands in the output queue, so a take that finds the
     // queue empty while this is positive waits briefly for it.
     std::atomic<int> reported_{0};
+    // Aravis's counters when acquisition last started; stop logs the difference.
+    StreamStatistics atStart_;
 };
 
 }  // namespace Tavri::aravis

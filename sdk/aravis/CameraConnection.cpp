@@ -1,5 +1,9 @@
 #include "sdk/aravis/CameraConnection.h"
 
+#include <boost/format.hpp>
+
+#include "TavriCommon/Logger.h"
+
 #include "sdk/aravis/AravisResult.h"
 #include "sdk/aravis/ErrorMapping.h"
 
@@ -40,12 +44,20 @@ CameraConnection::~CameraConnection() {
     camera_.reset();
 }
 
+// Aravis's heartbeat thread: the camera stopped answering, or gave control to another host.
 void CameraConnection::onControlLost(ArvDevice*, gpointer self) {
-    static_cast<CameraConnection*>(self)->lost_.store(true);
+    static_cast<CameraConnection*>(self)->markLost("control lost: heartbeat unanswered");
 }
 
 void CameraConnection::noteUnreachable() {
-    if (++timeouts_ >= kTimeoutsBeforeLost) lost_.store(true);
+    if (++timeouts_ >= kTimeoutsBeforeLost) markLost("control requests time out");
+}
+
+void CameraConnection::markLost(const char* why) {
+    if (lost_.exchange(true)) return;
+    TAVRI_LOG(3, (boost::format("Aravis: camera %s lost (%s); every later call on it fails with %d") % deviceId_ %
+                  why % SdkResult::NotResponding)
+                     .str());
 }
 
 }  // namespace Tavri::aravis

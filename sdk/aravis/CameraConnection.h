@@ -31,6 +31,9 @@ public:
     // answers NotResponding without being asked.
     template <typename Access>
     Result withFeatures(Access&& access) {
+        // Asked before the lock too: a call stuck in a control time-out holds it, and a
+        // lost camera must answer at once.
+        if (lost_.load()) return SdkResult::NotResponding;
         std::lock_guard<std::mutex> lock(featureMutex_);
         if (lost_.load()) return SdkResult::NotResponding;
         const Result result = access(camera_.get());
@@ -47,6 +50,8 @@ private:
     CameraConnection(std::string deviceId, ArvCamera* camera);
     static void onControlLost(ArvDevice* device, gpointer self);
     void noteUnreachable();
+    // Marks the camera lost and says so once, with why.
+    void markLost(const char* why);
 
     std::string deviceId_;
     GObjectPtr<ArvCamera> camera_;

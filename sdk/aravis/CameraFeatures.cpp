@@ -1,9 +1,13 @@
 #include "sdk/aravis/CameraFeatures.h"
 
+#include <boost/algorithm/string/join.hpp>
+#include <boost/format.hpp>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "sdk/aravis/AravisResult.h"
 #include "sdk/aravis/ErrorMapping.h"
@@ -11,6 +15,34 @@
 
 namespace Tavri::aravis::features {
 namespace {
+
+// Why the last control call on this thread failed; see takeFailureNote.
+thread_local std::string failureNote;
+
+void note(const std::string& why) { failureNote = why; }
+
+std::string numberText(double value) { return (boost::format("%g") % value).str(); }
+
+// Runs one Aravis write and, when the camera refuses it, notes the feature, the value
+// and Aravis's reason.
+template <typename Call>
+Result writeFeature(const char* feature, const std::string& value, Call&& call) {
+    GErrorSlot error;
+    call(error.out());
+    const Result result = resultFromError(error.get());
+    if (result) note((boost::format("%s = %s refused: %s") % feature % value % error.message()).str());
+    return result;
+}
+
+std::string offeredEntries(ArvCamera* camera, const char* feature) {
+    GErrorSlot error;
+    guint count = 0;
+    const char** entries = arv_camera_dup_available_enumerations_as_strings(camera, feature, &count, error.out());
+    std::vector<std::string> names;
+    for (guint i = 0; entries && i < count; ++i) names.emplace_back(entries[i]);
+    g_free(entries);
+    return names.empty() ? "none" : boost::algorithm::join(names, ", ");
+}
 
 // Runs one Aravis call that reports through a GError and maps the outcome.
 template <typename Call>
@@ -55,8 +87,15 @@ Result requireEntry(ArvCamera* camera, const char* feature, const char* entry) {
 }
 
 Result setEntry(ArvCamera* camera, const char* feature, const char* entry) {
-    if (const Result r = requireEntry(camera, feature, entry)) return r;
-    return run([&](GError** e) { arv_camera_set_string(camera, feature, entry, e); });
+    const Result r = requireEntry(camera, feature, entry);
+    if (r == AravisResult::FeatureMissing)
+        note((boost::format("%s = %s refused: the camera has no feature %s") % feature % entry % feature).str());
+    else if (r == AravisResult::ValueNotSupported)
+        note((boost::format("%s = %s refused: no such entry; the camera offers %s") % feature % entry %
+              offeredEntries(camera, feature))
+                 .str());
+    if (r) return r;
+    return writeFeature(feature, entry, [&](GError** e) { arv_camera_set_string(camera, feature, entry, e); });
 }
 
 Result getEntry(ArvCamera* camera, const char* feature, std::string& entry) {
@@ -78,7 +117,8 @@ Result selectFrameTrigger(ArvCamera* camera) {
     if (!present) return AravisResult::Success;
     if (const Result r = probeEntry(camera, "TriggerSelector", "FrameStart", present)) return r;
     if (!present) return AravisResult::Success;
-    return run([&](GError** e) { arv_camera_set_string(camera, "TriggerSelector", "FrameStart", e); });
+    return writeFeature("TriggerSelector", "FrameStart",
+                        [&](GError** e) { arv_camera_set_string(camera, "TriggerSelector", "FrameStart", e); });
 }
 
 Result getInteger(ArvCamera* camera, const char* feature, std::uint32_t& value) {
@@ -102,12 +142,16 @@ Result getFirstInteger(ArvCamera* camera, const char* primary, const char* fallb
 Result setExtent(ArvCamera* camera, const char* feature, const char* offset, std::uint32_t value) {
     bool present = false;
     if (const Result r = probe(camera, feature, present)) return r;
-    if (!present) return AravisResult::FeatureMissing;
-    Result r = run([&](GError** e) { arv_camera_set_integer(camera, feature, value, e); });
+    if (!present) {
+        note((boost::format("%s = %d refused: the camera has no feature %s") % feature % value % feature).str());
+        return AravisResult::FeatureMissing;
+    }
+    const auto set = [&](GError** e) { arv_camera_set_integer(camera, feature, value, e); };
+    Result r = writeFeature(feature, std::to_string(value), set);
     if (r != AravisResult::ValueOutOfRange) return r;
     if (probe(camera, offset, present) || !present) return r;
     if (run([&](GError** e) { arv_camera_set_integer(camera, offset, 0, e); })) return r;
-    return run([&](GError** e) { arv_camera_set_integer(camera, feature, value, e); });
+    return writeFeature(feature, std::to_string(value), set);
 }
 
 const char* pixelFormatName(std::uint32_t pfnc) {
@@ -137,21 +181,35 @@ Result selectBalance(ArvCamera* camera, std::uint32_t selector, const char*& val
     if (present) return AravisResult::Success;
     if (const Result r = probe(camera, "BalanceRatioAbs", present)) return r;
     valueFeature = "BalanceRatioAbs";
-    return present ? AravisResult::Success : AravisResult::FeatureMissing;
+    if (present) return AravisResult::Success;
+    note("the camera has neither BalanceRatio nor BalanceRatioAbs");
+    return AravisResult::FeatureMissing;
 }
 
 Result requireFeature(ArvCamera* camera, const char* feature) {
     bool present = false;
     if (const Result r = probe(camera, feature, present)) return r;
-    return present ? AravisResult::Success : AravisResult::FeatureMissing;
+    if (present) return AravisResult::Success;
+    note((boost::format("the camera has no feature %s") % feature).str());
+    return AravisResult::FeatureMissing;
 }
 
 Result requireEither(ArvCamera* camera, const char* primary, const char* fallback) {
     const Result r = requireFeature(camera, primary);
-    return r == AravisResult::FeatureMissing ? requireFeature(camera, fallback) : r;
+    if (r != AravisResult::FeatureMissing) return r;
+    const Result second = requireFeature(camera, fallback);
+    if (second == AravisResult::FeatureMissing)
+        note((boost::format("the camera has neither %s nor %s") % primary % fallback).str());
+    return second;
 }
 
 }  // namespace
+
+std::string takeFailureNote() {
+    std::string why;
+    why.swap(failureNote);
+    return why;
+}
 
 std::string hardwareTriggerLine() {
     const char* line = std::getenv("TAVRI_ARAVIS_TRIGGER_LINE");
@@ -196,8 +254,12 @@ Result setPixelFormat(ArvCamera* camera, std::uint32_t pfnc) {
         return r;
     const bool known = offered && std::find(offered, offered + count, gint64{pfnc}) != offered + count;
     g_free(offered);
-    if (!known) return AravisResult::ValueNotSupported;
-    return run([&](GError** e) { arv_camera_set_pixel_format(camera, pfnc, e); });
+    if (!known) {
+        note((boost::format("PixelFormat = 0x%08x refused: the camera does not offer it") % pfnc).str());
+        return AravisResult::ValueNotSupported;
+    }
+    return writeFeature("PixelFormat", (boost::format("0x%08x") % pfnc).str(),
+                        [&](GError** e) { arv_camera_set_pixel_format(camera, pfnc, e); });
 }
 
 Result largestPayload(ArvCamera* camera, std::uint32_t& bytes) {
@@ -245,13 +307,21 @@ Result setTriggerMode(ArvCamera* camera, bool on) {
 Result setTriggerSequence(ArvCamera* camera, std::uint32_t sequence) {
     bool present = false;
     if (const Result r = probe(camera, "TriggerSequence", present)) return r;
-    if (!present) return sequence == 0 ? AravisResult::Success : AravisResult::FeatureMissing;
+    if (!present) {
+        if (sequence == 0) return AravisResult::Success;
+        note((boost::format("TriggerSequence = %d refused: the camera has no feature TriggerSequence") % sequence)
+                 .str());
+        return AravisResult::FeatureMissing;
+    }
     if (const Result r = selectFrameTrigger(camera)) return r;
     const std::string entry = "TriggerSequence" + std::to_string(sequence);
     bool isEntry = false;
     if (const Result r = probeEntry(camera, "TriggerSequence", entry.c_str(), isEntry)) return r;
-    if (isEntry) return run([&](GError** e) { arv_camera_set_string(camera, "TriggerSequence", entry.c_str(), e); });
-    return run([&](GError** e) { arv_camera_set_integer(camera, "TriggerSequence", sequence, e); });
+    if (isEntry)
+        return writeFeature("TriggerSequence", entry,
+                            [&](GError** e) { arv_camera_set_string(camera, "TriggerSequence", entry.c_str(), e); });
+    return writeFeature("TriggerSequence", std::to_string(sequence),
+                        [&](GError** e) { arv_camera_set_integer(camera, "TriggerSequence", sequence, e); });
 }
 
 Result setTriggerSource(ArvCamera* camera, std::uint32_t source) {
@@ -260,8 +330,12 @@ Result setTriggerSource(ArvCamera* camera, std::uint32_t source) {
         name = hardwareTriggerLine();
     else if (source == TriggerSourceCode::Software)
         name = "Software";
-    else
+    else {
+        note((boost::format("TriggerSource code %d refused: only 0 (hardware line) and 64 (Software) are known") %
+              source)
+                 .str());
         return AravisResult::ValueNotSupported;
+    }
     if (const Result r = selectFrameTrigger(camera)) return r;
     return setEntry(camera, "TriggerSource", name.c_str());
 }
@@ -274,7 +348,8 @@ Result executeSoftwareTrigger(ArvCamera* camera) {
     std::string mode;
     if (const Result r = getEntry(camera, "TriggerMode", mode)) return r;
     if (mode == "Off") return AravisResult::Success;
-    return run([&](GError** e) { arv_camera_execute_command(camera, "TriggerSoftware", e); });
+    return writeFeature("TriggerSoftware", "(command)",
+                        [&](GError** e) { arv_camera_execute_command(camera, "TriggerSoftware", e); });
 }
 
 Result getTriggerActivation(ArvCamera* camera, std::uint32_t& activation) {
@@ -291,7 +366,12 @@ Result getTriggerActivation(ArvCamera* camera, std::uint32_t& activation) {
 }
 
 Result setTriggerActivation(ArvCamera* camera, std::uint32_t activation) {
-    if (activation > 1) return AravisResult::ValueNotSupported;
+    if (activation > 1) {
+        note((boost::format("TriggerActivation code %d refused: only 0 (FallingEdge) and 1 (RisingEdge)") %
+              activation)
+                 .str());
+        return AravisResult::ValueNotSupported;
+    }
     if (const Result r = selectFrameTrigger(camera)) return r;
     return setEntry(camera, "TriggerActivation", activation == 0 ? "FallingEdge" : "RisingEdge");
 }
@@ -306,7 +386,8 @@ Result getExposureTime(ArvCamera* camera, double& value) {
 
 Result setExposureTime(ArvCamera* camera, double value) {
     if (const Result r = requireEither(camera, "ExposureTime", "ExposureTimeAbs")) return r;
-    return run([&](GError** e) { arv_camera_set_exposure_time(camera, value, e); });
+    return writeFeature("ExposureTime", numberText(value),
+                        [&](GError** e) { arv_camera_set_exposure_time(camera, value, e); });
 }
 
 Result getGain(ArvCamera* camera, double& value) {
@@ -316,7 +397,7 @@ Result getGain(ArvCamera* camera, double& value) {
 
 Result setGain(ArvCamera* camera, double value) {
     if (const Result r = requireEither(camera, "Gain", "GainRaw")) return r;
-    return run([&](GError** e) { arv_camera_set_gain(camera, value, e); });
+    return writeFeature("Gain", numberText(value), [&](GError** e) { arv_camera_set_gain(camera, value, e); });
 }
 
 Result getBlackLevel(ArvCamera* camera, double& value) {
@@ -326,7 +407,8 @@ Result getBlackLevel(ArvCamera* camera, double& value) {
 
 Result setBlackLevel(ArvCamera* camera, double value) {
     if (const Result r = requireEither(camera, "BlackLevel", "BlackLevelRaw")) return r;
-    return run([&](GError** e) { arv_camera_set_black_level(camera, value, e); });
+    return writeFeature("BlackLevel", numberText(value),
+                        [&](GError** e) { arv_camera_set_black_level(camera, value, e); });
 }
 
 Result getBalanceRatio(ArvCamera* camera, std::uint32_t selector, double& value) {
@@ -338,7 +420,8 @@ Result getBalanceRatio(ArvCamera* camera, std::uint32_t selector, double& value)
 Result setBalanceRatio(ArvCamera* camera, std::uint32_t selector, double value) {
     const char* feature = nullptr;
     if (const Result r = selectBalance(camera, selector, feature)) return r;
-    return run([&](GError** e) { arv_camera_set_float(camera, feature, value, e); });
+    return writeFeature(feature, numberText(value),
+                        [&](GError** e) { arv_camera_set_float(camera, feature, value, e); });
 }
 
 }  // namespace Tavri::aravis::features

@@ -60,6 +60,11 @@ Result setBlackLevel(ArvCamera* camera, double value);
 Result getBalanceRatio(ArvCamera* camera, std::uint32_t selector, double& value);
 Result setBalanceRatio(ArvCamera* camera, std::uint32_t selector, double value);
 
+// Why the last failed write on this thread failed, in GenICam terms ("TriggerSource =
+// Line9 refused: no such entry; the camera offers Line0, Line1, Software"), and
+// forgets it; empty when no write noted a cause.
+std::string takeFailureNote();
+
 // The line hardware triggering uses: TAVRI_ARAVIS_TRIGGER_LINE or Line0.
 std::string hardwareTriggerLine();
 

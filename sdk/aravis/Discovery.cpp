@@ -2,9 +2,14 @@
 
 #include <arv.h>
 
+#include <boost/format.hpp>
+
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <tuple>
+
+#include "TavriCommon/Logger.h"
 
 namespace Tavri::aravis {
 namespace {
@@ -18,6 +23,7 @@ std::mutex deviceListMutex;
 
 std::vector<DiscoveredCamera> discoverCameras() {
     std::vector<DiscoveredCamera> cameras;
+    const auto start = std::chrono::steady_clock::now();
     {
         std::lock_guard<std::mutex> lock(deviceListMutex);
         arv_update_device_list();
@@ -33,6 +39,10 @@ std::vector<DiscoveredCamera> discoverCameras() {
             if (!camera.deviceId.empty()) cameras.push_back(std::move(camera));
         }
     }
+    // One line per round: each costs the GigE discovery time-out, so the log shows
+    // where an open spends its time.
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    TAVRI_LOG(1, (boost::format("Aravis: discovery found %d cameras in %d ms") % cameras.size() % ms.count()).str());
     std::sort(cameras.begin(), cameras.end(), [](const DiscoveredCamera& a, const DiscoveredCamera& b) {
         return std::tie(a.serial, a.deviceId) < std::tie(b.serial, b.deviceId);
     });

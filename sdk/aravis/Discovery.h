@@ -14,6 +14,8 @@ struct DiscoveredCamera {
     std::string serial;  // the camera's serial number, or its device id when it reports none
 };
 
+// One discovery round (about a second on GigE: Aravis waits out its answer time);
+// logs the count and the time it took at level 1.
 std::vector<DiscoveredCamera> discoverCameras();
 
 }  // namespace Tavri::aravis

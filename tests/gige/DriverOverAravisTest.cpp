@@ -10,14 +10,20 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <regex>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "TavriAPI/TavriCameraToshibaTeli.h"
 #include "TavriCommon/Exceptions.h"
 #include "TavriCommon/Settings.h"
+#include "sdk/TeliSdk.h"
+#include "sdk/aravis/AravisSdk.h"
 #include "settings/SettingsOld.h"
 #include "tests/gige/GigeCameras.h"
 #include "tests/support/RecordingLogger.h"
@@ -91,21 +97,160 @@ TEST_F(DriverOverAravis, OpensBySerialAndRoundTripsSettings) {
     EXPECT_TRUE(logger->texts(3).empty()) << logger->texts(3).front();
 }
 
-// The stock fake camera has no BlackLevel, no BalanceRatio and no FallingEdge: the
-// camera still opens, and each refusal is logged where the driver logs it.
+// The stock fake camera has no BlackLevel, no BalanceRatio and no FallingEdge, and
+// no camera has Line9: the camera still opens, each refusal is logged where the
+// driver logs it, and beside it the backend names the feature, the value and what
+// the camera offers instead.
 TEST_F(DriverOverAravis, CameraWithoutTeliFeaturesOpensAndLogsWhatItRefuses) {
+    struct Row {
+        std::string serial;
+        const char* triggerLine;  // TAVRI_ARAVIS_TRIGGER_LINE, null for the default
+        const char* driverLine;
+        const char* backendLine;
+    };
+    const std::vector<Row> rows{
+        {stockSerials().front(), nullptr, "Failed to set camera trigger activation",
+         "Aravis: set trigger activation failed with 105: TriggerActivation = FallingEdge refused: no such entry; "
+         "the camera offers RisingEdge"},
+        {fixtureSerial(), "Line9", "Failed to set camera trigger source",
+         "Aravis: set trigger source failed with 105: TriggerSource = Line9 refused: no such entry; the camera "
+         "offers Line0, Line1, Software"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.serial);
+        logger->clear();
+        if (row.triggerLine) ::setenv("TAVRI_ARAVIS_TRIGGER_LINE", row.triggerLine, 1);
+        const bool opened = camera->initializeCamera(row.serial.c_str());
+        ::unsetenv("TAVRI_ARAVIS_TRIGGER_LINE");
+        ASSERT_TRUE(opened);
+        const auto texts = logger->texts(3);
+        const auto driver = std::find(texts.begin(), texts.end(), row.driverLine);
+        ASSERT_NE(driver, texts.end());
+        ASSERT_NE(driver, texts.begin());
+        EXPECT_EQ(*(driver - 1), row.backendLine) << "the backend's cause comes right before the driver's line";
+        camera->releaseCamera();
+    }
+
     ASSERT_TRUE(camera->initializeCamera(stockSerials().front().c_str()));
-    EXPECT_TRUE(logged(3, "Failed to set camera trigger activation"));
     TSettings wanted;
     wanted.addDouble(Camera::BlackLevel, 4.5, "");
     wanted.addDouble(SettingsOld::RedBalance, 1.5, "");
     ASSERT_TRUE(camera->updateSettings(wanted));
     EXPECT_TRUE(logged(3, "Failed to set new black level"));
+    EXPECT_TRUE(logged(3, "Aravis: set black level failed with 104: the camera has neither BlackLevel nor "
+                          "BlackLevelRaw"));
     EXPECT_TRUE(logged(1, "Attempted to set red balance to 1.50. New red balance read from camera: 0.00"));
 
     const TSettings now = camera->settings();
     EXPECT_DOUBLE_EQ(now[SettingsOld::ExposureTime].toDouble(), 8333.0);  // kept as ExposureTimeAbs
     EXPECT_EQ(now[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::RisingEdge);
+}
+
+// A transport variable with a value it does not allow stops the open, and the log
+// says which variable, which value, and what it allows; a good value opens.
+TEST_F(DriverOverAravis, TransportVariablesAreCheckedBeforeTheCameraOpens) {
+    struct Row {
+        const char* variable;
+        const char* value;
+        const char* allowed;  // null: the value is good
+    };
+    const std::vector<Row> rows{
+        {"TAVRI_ARAVIS_PACKET_SIZE", "abc", "auto, or a whole number of bytes from 576 to 16384"},
+        {"TAVRI_ARAVIS_PACKET_SIZE", "100", "auto, or a whole number of bytes from 576 to 16384"},
+        {"TAVRI_ARAVIS_PACKET_DELAY", "-5", "camera, or a whole number of nanoseconds from 0 to 100000000"},
+        {"TAVRI_ARAVIS_SOCKET_BUFFER", "4M", "auto, or a whole number of bytes from 65536 to 1073741824"},
+        {"TAVRI_ARAVIS_PACKET_RESEND", "maybe", "on or off"},
+        {"TAVRI_ARAVIS_PACKET_SIZE", "1400", nullptr},
+        {"TAVRI_ARAVIS_SOCKET_BUFFER", "1048576", nullptr},
+        {"TAVRI_ARAVIS_PACKET_RESEND", "off", nullptr},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.variable) + "=" + row.value);
+        logger->clear();
+        ::setenv(row.variable, row.value, 1);
+        std::string failure;
+        try {
+            camera->initializeCamera(fixtureSerial().c_str());
+        } catch (const RuntimeException& e) {
+            failure = e.what();
+        }
+        ::unsetenv(row.variable);
+        if (row.allowed) {
+            EXPECT_EQ(failure, "Failed to open camera.");
+            EXPECT_TRUE(logged(3, std::string("Aravis: ") + row.variable + "=" + row.value +
+                                      " is not valid; allowed: " + row.allowed));
+        } else {
+            EXPECT_EQ(failure, "");
+            EXPECT_TRUE(camera->isConnected());
+        }
+        camera->releaseCamera();
+    }
+}
+
+// The driver counts the cameras up to three times for one open (the host's list, the
+// open's count, the serial's index) and asks for them again on every connection
+// check; one discovery round serves them all, and a list that has grown old is
+// renewed, so a camera that is gone is no longer listed.
+TEST_F(DriverOverAravis, OneDiscoveryRoundServesAnOpenAndAnOldListIsRenewed) {
+    const auto rounds = [&] {
+        const auto texts = logger->texts(1);
+        return std::count_if(texts.begin(), texts.end(),
+                             [](const std::string& t) { return t.rfind("Aravis: discovery found", 0) == 0; });
+    };
+    const auto listed = [&](const std::string& serial) {
+        const auto cameras = camera->getInfoInternalCameras();
+        return std::any_of(cameras.begin(), cameras.end(),
+                           [&](const InternalCameraInfo& c) { return c.serialNumber == serial; });
+    };
+    const std::string leaving = stockSerials()[1];
+    const std::vector<std::tuple<const char*, std::function<void()>, long>> steps{
+        {"list the cameras", [&] { EXPECT_TRUE(listed(leaving)); }, 1},
+        {"open", [&] { ASSERT_TRUE(camera->initializeCamera(fixtureSerial().c_str())); }, 1},
+        {"check the connection", [&] { EXPECT_TRUE(camera->isConnected()); }, 1},
+        {"list again once a camera is gone and the list is old",
+         [&] {
+             ASSERT_TRUE(gige::killCamera(leaving));
+             std::this_thread::sleep_for(aravis::AravisSdk::kDeviceListMaxAge + std::chrono::milliseconds(200));
+             EXPECT_FALSE(listed(leaving));
+         },
+         2},
+    };
+    for (const auto& [step, run, roundsAfter] : steps) {
+        ASSERT_NO_FATAL_FAILURE(run()) << step;
+        EXPECT_EQ(rounds(), roundsAfter) << step;
+    }
+}
+
+// When acquisition stops, Aravis's figures for it are logged: at level 1 when all
+// came, at level 3 when a camera lost packets, with the count.
+TEST_F(DriverOverAravis, StoppingTheStreamLogsItsFiguresLouderWhenPacketsWereLost) {
+    const std::vector<std::tuple<std::string, int, bool>> rows{  // camera, level, lossy
+        {fixtureSerial(), 1, false},
+        {gige::lossySerial(), 3, true},
+    };
+    for (const auto& [serial, level, lossy] : rows) {
+        SCOPED_TRACE(serial);
+        logger->clear();
+        ASSERT_NO_FATAL_FAILURE(openShowingPattern(serial, Camera::TriggerTypeValues::Software));
+        cv::Mat image(camera->getRows(), camera->getCols(), CV_8UC1);
+        camera->initGrabContinuous();
+        for (int i = 0; i < 8; ++i) {
+            try {
+                camera->getNextImage(image, 1000);
+            } catch (const RuntimeException&) {
+                EXPECT_TRUE(lossy) << "image " << i;  // an incomplete frame fails the grab
+            }
+        }
+        camera->releaseGrabContinuous();
+        const auto texts = logger->texts(level);
+        const auto line = std::find_if(texts.begin(), texts.end(),
+                                       [](const std::string& t) { return t.rfind("Aravis stream of", 0) == 0; });
+        ASSERT_NE(line, texts.end());
+        std::smatch missing;
+        ASSERT_TRUE(std::regex_search(*line, missing, std::regex(R"((\d+) missing packets)"))) << *line;
+        EXPECT_EQ(std::stoul(missing[1]) > 0, lossy) << *line;
+        camera->releaseCamera();
+    }
 }
 
 // Each image is software-triggered by the driver and carries the pattern whole.
@@ -165,6 +310,53 @@ TEST_F(DriverOverAravis, CameraKilledMidStreamFailsWithTheDriversErrorsWithoutHa
     while (connected && std::chrono::steady_clock::now() < deadline) connected = camera->isConnected();
     EXPECT_FALSE(connected);
     EXPECT_THROW(camera->releaseGrabContinuous(), RuntimeException);
+}
+
+// Once Aravis reports the camera lost, every call on it fails with 19 without
+// waiting out a time-out, so the host's connection check answers false at once.
+TEST_F(DriverOverAravis, ControlLostFailsEveryLaterCallAtOnce) {
+    const std::string victim = stockSerials()[1];
+    ASSERT_TRUE(camera->initializeCamera(victim.c_str()));
+    // A second handle on the same connection, to see the backend's own answer.
+    TeliSdk& sdk = activeSdk();
+    std::uint32_t count = 0, index = 0;
+    ASSERT_EQ(sdk.sdkGetCameraCount(&count), SdkResult::Success);
+    for (; index < count; ++index) {
+        CameraInfoRecord record;
+        record.clear();
+        if (sdk.sdkGetCameraInfo(nullptr, index, &record) == SdkResult::Success && record.serialNumber() == victim)
+            break;
+    }
+    CameraHandle second = nullptr;
+    ASSERT_EQ(sdk.sdkOpenCamera(index, &second, nullptr, true, nullptr, 1), SdkResult::CameraAlreadyOpen);
+
+    ASSERT_TRUE(gige::killCamera(victim));
+    const auto lostLine = [&] {
+        const auto texts = logger->texts(3);
+        return std::any_of(texts.begin(), texts.end(), [&](const std::string& t) {
+            return t.rfind("Aravis: camera ", 0) == 0 && t.find(victim) != std::string::npos &&
+                   t.find(" lost (") != std::string::npos;
+        });
+    };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!lostLine() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(lostLine());
+
+    const std::vector<std::pair<const char*, std::function<bool()>>> calls{
+        {"isConnected", [&] { return !camera->isConnected(); }},
+        {"sdkGetWidth", [&] {
+             std::uint32_t width = 0;
+             return sdk.sdkGetWidth(second, &width) == SdkResult::NotResponding;
+         }},
+        {"sdkSetExposureTime", [&] { return sdk.sdkSetExposureTime(second, 5000.0) == SdkResult::NotResponding; }},
+    };
+    for (const auto& [what, call] : calls) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(call()) << what;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1)) << what;
+    }
+    EXPECT_EQ(sdk.sdkCloseCamera(second), SdkResult::Success);
 }
 
 }  // namespace

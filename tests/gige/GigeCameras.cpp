@@ -45,9 +45,12 @@ std::vector<std::string> stockSerials() { return words(env("TAVRI_GIGE_STOCK_SER
 
 std::string fixtureSerial() { return env("TAVRI_GIGE_FIXTURE_SERIAL"); }
 
+std::string lossySerial() { return env("TAVRI_GIGE_LOSSY_SERIAL"); }
+
 std::vector<std::string> allSerials() {
     auto serials = stockSerials();
     serials.push_back(fixtureSerial());
+    serials.push_back(lossySerial());
     std::sort(serials.begin(), serials.end());
     return serials;
 }

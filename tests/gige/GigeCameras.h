@@ -16,6 +16,8 @@ std::string interfacesBesidesLoopback();
 
 std::vector<std::string> stockSerials();
 std::string fixtureSerial();
+// A stock fake camera that drops 2 % of its stream packets.
+std::string lossySerial();
 // Every camera's serial, the order the backend lists them in (sorted).
 std::vector<std::string> allSerials();
 

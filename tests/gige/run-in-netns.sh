@@ -12,8 +12,11 @@
 #   TAVRI-FIX @ 127.0.0.5
 #       our fixture (FIXTURE_BINARY with FIXTURE_XML), trigger line pulsed through
 #       the FIFO named by TAVRI_GIGE_FIXTURE_CONTROL
+#   TAVRI-LOSSY @ 127.0.0.6
+#       arv-fake-gv-camera-0.8 dropping 2 % of its stream packets (-r 20)
 # The program finds in its environment:
 #   TAVRI_GIGE_STOCK_SERIALS, TAVRI_GIGE_FIXTURE_SERIAL, TAVRI_GIGE_FIXTURE_CONTROL,
+#   TAVRI_GIGE_LOSSY_SERIAL,
 #   TAVRI_GIGE_PIDS ("serial=pid ..."), TAVRI_GIGE_IN_NETNS=1.
 # TAVRI_GIGE_TIMEOUT (seconds, default 120) bounds the whole run.
 # TAVRI_GIGE_FIXTURE_ARGS replaces the fixture's geometry and rate options
@@ -45,7 +48,7 @@ fi
 
 # --- inside the namespace ---------------------------------------------------------
 ip link set lo up || exit 1
-for host in 2 3 4 5; do
+for host in 2 3 4 5 6; do
     ip addr add "127.0.0.$host/8" dev lo || exit 1
 done
 # Refuse to go on unless loopback is the only interface here.
@@ -93,6 +96,7 @@ for serial in $stock_serials; do
     start_camera "$serial" arv-fake-gv-camera-0.8 -i "127.0.0.$host" -s "$serial"
     host=$((host + 1))
 done
+start_camera TAVRI-LOSSY arv-fake-gv-camera-0.8 -i 127.0.0.6 -s TAVRI-LOSSY -r 20
 mkfifo "$workdir/trigger"
 start_camera TAVRI-FIX "$fixture" --address 127.0.0.5 --serial TAVRI-FIX --genicam "$xml" \
     --control "$workdir/trigger" ${TAVRI_GIGE_FIXTURE_ARGS:---sensor 640x480}
@@ -102,7 +106,7 @@ ready=
 for _ in $(seq 40); do
     listing=$(timeout 5 arv-tool-0.8 2>/dev/null)
     ready=yes
-    for serial in $stock_serials TAVRI-FIX; do
+    for serial in $stock_serials TAVRI-FIX TAVRI-LOSSY; do
         grep -q -- "-$serial " <<<"$listing" || ready=
     done
     [[ -n $ready ]] && break
@@ -118,6 +122,7 @@ fi
 export TAVRI_GIGE_STOCK_SERIALS=$stock_serials
 export TAVRI_GIGE_FIXTURE_SERIAL=TAVRI-FIX
 export TAVRI_GIGE_FIXTURE_CONTROL=$workdir/trigger
+export TAVRI_GIGE_LOSSY_SERIAL=TAVRI-LOSSY
 TAVRI_GIGE_PIDS=
 for serial in "${!pids[@]}"; do
     TAVRI_GIGE_PIDS+="$serial=${pids[$serial]} "
