@@ -22,6 +22,11 @@ endif()
 set_target_properties(TavriAPI TavriCommon PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR})
+if(UNIX AND NOT APPLE)
+  # The compiler links --as-needed, and TavriAPI calls nothing of the C library itself,
+  # so it would not record libc; a shared library of a distribution must.
+  target_link_options(TavriAPI PRIVATE LINKER:--no-as-needed)
+endif()
 install(TARGETS TavriCommon TavriAPI EXPORT TavriToshibaTeliTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -90,5 +95,3 @@ install(FILES
 
 include(TavriPkgConfig)
 
-install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/tavri-toshiba-teli)
