@@ -25,7 +25,7 @@ log "$(basename "$deb"), Depends: $(dpkg-deb -f "$deb" Depends)"
 dpkg-deb -f "$deb" Depends | grep -q 'libc6 (>=' || fail "no computed library dependencies"
 
 log "lintian"
-lintian --fail-on error --no-tag-display-limit "$deb" || fail "lintian reports errors"
+lintian --fail-on error --tag-display-limit 0 "$deb" || fail "lintian reports errors"
 
 root="$work/root"
 dpkg-deb -x "$deb" "$root"
