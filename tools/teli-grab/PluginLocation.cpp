@@ -11,10 +11,9 @@ namespace TeliGrab {
 std::filesystem::path defaultPluginPath(const std::filesystem::path& executableDirectory) {
     const char* const name = "libtavri_toshiba_teli.so";
     const auto beside = executableDirectory / name;
-    const auto installed = (executableDirectory / TELI_GRAB_PLUGIN_DIR_FROM_BINDIR / name).lexically_normal();
     std::error_code error;
-    if (!std::filesystem::exists(beside, error) && std::filesystem::exists(installed, error)) return installed;
-    return beside;
+    if (std::filesystem::exists(beside, error)) return beside;
+    return (executableDirectory / TELI_GRAB_PLUGIN_DIR_FROM_BINDIR / name).lexically_normal();
 }
 
 }  // namespace TeliGrab
