@@ -46,7 +46,16 @@ tavri_install_headers(settings SettingsOld.h)
 tavri_install_headers(sdk TeliSdk.h)
 
 # --- the plug-in ----------------------------------------------------------------------
+# Installed binaries (the plug-in, teli-grab) find the host libraries, and teli-grab the
+# plug-in, relative to themselves, so an installed tree works under any prefix, also
+# when unpacked somewhere else.
 set_target_properties(tavri_toshiba_teli PROPERTIES EXPORT_NAME toshiba_teli)
+if(NOT WIN32)
+  file(RELATIVE_PATH plugin_to_libdir
+    ${CMAKE_INSTALL_FULL_LIBDIR}/tavri ${CMAKE_INSTALL_FULL_LIBDIR})
+  string(REGEX REPLACE "/$" "" plugin_to_libdir "${plugin_to_libdir}")
+  set_target_properties(tavri_toshiba_teli PROPERTIES INSTALL_RPATH "$ORIGIN/${plugin_to_libdir}")
+endif()
 install(TARGETS tavri_toshiba_teli EXPORT TavriToshibaTeliTargets
   RUNTIME DESTINATION ${TAVRI_INSTALL_PLUGINDIR}
   LIBRARY DESTINATION ${TAVRI_INSTALL_PLUGINDIR}
@@ -58,14 +67,6 @@ if(TAVRI_WITH_SIM)
 endif()
 
 # --- teli-grab --------------------------------------------------------------------------
-# Installed binaries find the host libraries and the plug-in relative to themselves, so
-# an installed tree works under any prefix, also when unpacked somewhere else.
-if(NOT WIN32)
-  file(RELATIVE_PATH plugin_to_libdir
-    ${CMAKE_INSTALL_FULL_LIBDIR}/tavri ${CMAKE_INSTALL_FULL_LIBDIR})
-  string(REGEX REPLACE "/$" "" plugin_to_libdir "${plugin_to_libdir}")
-  set_target_properties(tavri_toshiba_teli PROPERTIES INSTALL_RPATH "$ORIGIN/${plugin_to_libdir}")
-endif()
 if(TARGET teli-grab)
   file(RELATIVE_PATH bindir_to_libdir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   file(RELATIVE_PATH bindir_to_plugindir
