@@ -38,8 +38,8 @@ int main() {
             const auto cameras = camera->getInfoInternalCameras();
             for (const auto& info : cameras) std::cout << "camera " << info.serialNumber << '\n';
             if (!cameras.empty() && camera->initializeCamera(cameras.front().serialNumber.c_str())) {
-                // The tree comes from the plug-in's copy of TavriCommon's types and is
-                // read through this program's: both must be the installed library.
+                // The plug-in builds the tree and this program reads it: both must
+                // use the one installed TavriCommon.
                 const Tavri::TSettings settings = camera->settings();
                 std::cout << "size " << camera->getCols() << 'x' << camera->getRows() << " settings "
                           << settings.keys().size() << '\n';
