@@ -18,7 +18,7 @@ set(CPACK_PACKAGE_CHECKSUM SHA256)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# A shlibs file and the ldconfig trigger, for the host libraries in the linker's path.
+# A shlibs file, so packages built against the host libraries depend on this one.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 # The libraries are in the linker's path: ldconfig runs as a trigger.
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/triggers)
