@@ -11,6 +11,7 @@ packages=(
   libopencv-core-dev libopencv-imgproc-dev libopencv-imgcodecs-dev
   libboost-dev libspdlog-dev nlohmann-json3-dev libcli11-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  help2man lintian file
 )
 if [ "${1:-}" != "--core" ]; then
   packages+=(libaravis-dev aravis-tools aravis-tools-cli libusb-1.0-0-dev zlib1g-dev iproute2 util-linux)

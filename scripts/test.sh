@@ -15,5 +15,8 @@ for preset in default asan tsan; do
     ctest --preset "$preset"
 done
 
+echo "=== package ==="
+bash scripts/package-test.sh build/default
+
 echo "=== windows ==="
 bash scripts/windows.sh

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The Windows part, end to end: installs the cross compiler and wine, builds OpenCV
 # core for mingw (cached outside the clone), cross-builds the plug-in, the stand-in
-# TeliCamApi64.dll and the Windows test programs into build/windows, and runs the
+# TeliCamApi64.dll and the Windows test programs into build/windows, packs the plug-in,
+# the host DLLs and the headers into a ZIP (build/windows/package), and runs the
 # Windows suite under wine with ctest.
 #
 #   bash scripts/windows.sh            everything
@@ -49,6 +50,17 @@ timeout 600 cmake -S "$repo" -B "$build" -G Ninja \
     -DTAVRI_WITH_SIM=ON -DTAVRI_WITH_TELI=ON -DTAVRI_WITH_ARAVIS=OFF >&2
 log "building"
 timeout 3600 nice -n 10 cmake --build "$build" -j "$jobs" >&2
+
+# --- ZIP ----------------------------------------------------------------------------------
+# The plug-in DLL, the host DLLs with their import libraries, and the headers.
+log "packing the ZIP"
+rm -f "$build"/package/*.zip
+(cd "$build" && timeout 600 cpack -G ZIP -B "$build/package") >&2
+zip_listing="$(cmake -E tar tf "$build"/package/*.zip)"
+for member in bin/tavri_toshiba_teli.dll bin/TavriAPI.dll bin/TavriCommon.dll \
+    include/tavri/TavriAPI/CameraDriver.h include/tavri/sdk/TeliSdk.h; do
+    grep -q "/$member\$" <<< "$zip_listing" || { log "the ZIP lacks $member"; exit 1; }
+done
 
 # --- wine -------------------------------------------------------------------------------
 # A prefix of our own for this run, no display, no .NET or Gecko installers, and only

@@ -5,6 +5,7 @@
 #include <boost/format.hpp>
 #include <filesystem>
 
+#include "PluginLocation.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -39,7 +40,7 @@ std::string PluginLibrary::defaultPath() {
     std::error_code error;
     const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
     const auto directory = error ? std::filesystem::current_path() : self.parent_path();
-    return (directory / "libtavri_toshiba_teli.so").string();
+    return defaultPluginPath(directory).string();
 }
 
 }  // namespace TeliGrab

@@ -21,7 +21,8 @@ public:
 
     const std::string& path() const { return path_; }
 
-    // The plug-in beside this executable (found through /proc/self/exe).
+    // The plug-in beside this executable or in its installed place (defaultPluginPath),
+    // from the executable's folder found through /proc/self/exe.
     static std::string defaultPath();
 
 private:

@@ -33,6 +33,7 @@ int main(int argc, char** argv) {
     CLI::App app("Load the Toshiba Teli plug-in as the platform does, and list, configure and grab from cameras.",
                  "teli-grab");
     app.footer(kFooter);
+    app.set_version_flag("--version", "teli-grab " TELI_GRAB_VERSION);
     app.require_subcommand(1);
     // Global options may follow the subcommand as well.
     app.fallthrough();
@@ -42,7 +43,7 @@ int main(int argc, char** argv) {
     app.add_option("--serial", options.serial, "serial number of the camera (default: the first listed)");
     app.add_option("--mode", options.mode, "colour mode sent to the camera with setMode")
         ->check(CLI::IsMember({"gray", "color", "raw"}));
-    app.add_option("--plugin", options.plugin, "plug-in to load (default: libtavri_toshiba_teli.so beside teli-grab)");
+    app.add_option("--plugin", options.plugin, "plug-in to load (default: libtavri_toshiba_teli.so beside teli-grab, else the installed one)");
     app.add_option("--rig", options.rig, "simulated rig file (sets TAVRI_SIM_RIG)");
     app.add_option("--log-level", options.logLevel, "lowest level the driver's log shows (sets TAVRI_LOG_LEVEL)")
         ->check(CLI::Range(0, 4));
