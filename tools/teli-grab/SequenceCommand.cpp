@@ -196,7 +196,7 @@ void run(Session& session, const SequenceOptions& settings, ImageFormat format, 
 void addSequenceCommand(CLI::App& app, const GlobalOptions& options) {
     auto settings = std::make_shared<SequenceOptions>();
     auto* command = app.add_subcommand(
-        "sequence", "Take a hardware-triggered sequence of N images; write image_000.png... and contact_sheet.png");
+        "sequence", "Take a hardware-triggered sequence of N images; write DIR/image_000.png ... and DIR/contact_sheet.png");
     command->add_option("count", settings->count, "number of images, 1 to 120")
         ->required()
         ->check(CLI::Range(1, kMaxImages));

@@ -55,6 +55,9 @@ int main(int argc, char** argv) {
     CLI::App app("Load the Toshiba Teli plug-in as the platform does, and list, configure and grab from cameras.",
                  "teli-grab");
     app.footer(kFooter);
+    // --help lists every command's options as well: it is the manual's source.
+    app.set_help_flag();
+    app.set_help_all_flag("-h,--help", "print this help, with the options of every command, and exit");
     app.set_version_flag("--version", "teli-grab " TELI_GRAB_VERSION, "print the tool's version and exit");
     app.require_subcommand(0, 1);
     // Global options may follow the subcommand as well.
