@@ -3,6 +3,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include "CameraChecks.h"
 #include "Commands.h"
@@ -65,35 +66,43 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
     Progress progress;
     const auto start = Clock::now();
     const auto deadline = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
-    try {
+    // A lost camera or a signal ends the loop; the summary is printed before it leaves.
+    std::optional<ToolError> ended;
+    double elapsed = 0.0;
+    {
         ContinuousGrab grab(camera);
-        for (;;) {
-            const auto result = waiter.next(frame, deadline, tally.frames);
-            if (result == ImageWaiter::Result::Deadline) break;
-            if (result == ImageWaiter::Result::Image) {
-                ++tally.frames;
-                tally.consecutive = 0;
-            } else {
-                tally.failed(waiter.cause());
-                if (tally.consecutive >= options.maxFailures) break;
+        try {
+            for (;;) {
+                const auto result = waiter.next(frame, deadline, tally.frames);
+                if (result == ImageWaiter::Result::Deadline) break;
+                if (result == ImageWaiter::Result::Image) {
+                    ++tally.frames;
+                    tally.consecutive = 0;
+                } else {
+                    tally.failed(waiter.cause());
+                    if (tally.consecutive >= options.maxFailures) break;
+                }
+                progress.show([&] {
+                    const double now = secondsSince(start);
+                    return (boost::format("frames %7d  fps %7.2f  failures %5d") % tally.frames %
+                            rate(tally.frames, now) % tally.failures)
+                        .str();
+                });
             }
-            progress.show([&] {
-                const double elapsed = secondsSince(start);
-                return (boost::format("frames %7d  fps %7.2f  failures %5d") % tally.frames %
-                        rate(tally.frames, elapsed) % tally.failures)
-                    .str();
-            });
+        } catch (const ToolError& error) {
+            ended = error;
         }
-    } catch (const ToolError& error) {
-        progress.finish();
-        printSummary(tally, secondsSince(start),
-                     error.code() == ExitCode::CameraDisconnected ? " (camera disconnected)"
-                     : error.code() == ExitCode::Terminated  ? " (terminated)"
-                                                             : " (interrupted)");
-        throw;
+        // Measured before the stop: releasing a lost camera may take long.
+        elapsed = secondsSince(start);
     }
     progress.finish();
-    const double elapsed = secondsSince(start);
+    if (ended) {
+        printSummary(tally, elapsed,
+                     ended->code() == ExitCode::CameraDisconnected ? " (camera disconnected)"
+                     : ended->code() == ExitCode::Terminated       ? " (terminated)"
+                                                                   : " (interrupted)");
+        throw *ended;
+    }
     printSummary(tally, elapsed, "");
     if (tally.consecutive >= options.maxFailures) {
         const auto advice = waiter.advice();
