@@ -20,6 +20,8 @@ extern "C" void onSignal(int signal) {
 void installInterruptHandlers() {
     struct sigaction action {};
     action.sa_handler = onSignal;
+    // Calls under way go on; the flag is looked at between waits.
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     for (int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
 }

@@ -204,12 +204,14 @@ void addSequenceCommand(CLI::App& app, const GlobalOptions& options) {
     command->add_option("--format", settings->format, "image file format: png, jpeg or tiff")
         ->capture_default_str()
         ->check(CLI::IsMember({"png", "jpeg", "tiff"}));
-    command->add_flag("--per-image-times", settings->perImageTimes,
+    auto* perImageTimes = command->add_flag("--per-image-times", settings->perImageTimes,
                       "collect through continuous grabbing instead, timing each image's arrival");
     command->add_flag("--keep-partial", settings->keepPartial,
                       "when the sequence ends early, write the images that did arrive (the exit code still says it "
                       "failed)");
-    addTimeoutOption(*command, settings->timeout, "with --per-image-times: longest wait for one image");
+    // The driver's sequence waits 500 ms for each image, whatever the host wants.
+    addTimeoutOption(*command, settings->timeout, "with --per-image-times: longest wait for one image")
+        ->needs(perImageTimes);
     command->callback([&options, settings] {
         const auto format = formatNamed(settings->format);
         checkOutputDirectory(settings->directory);

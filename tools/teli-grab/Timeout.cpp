@@ -22,8 +22,8 @@ std::optional<int> Timeout::milliseconds() const { return text == kNoLimit ? std
 
 std::string Timeout::describe() const { return text == kNoLimit ? "no limit" : text + " ms"; }
 
-void addTimeoutOption(CLI::App& command, Timeout& timeout, const std::string& help) {
-    command.add_option("--timeout", timeout.text, help + ": positive milliseconds up to 999999999, or 'none'")
+CLI::Option* addTimeoutOption(CLI::App& command, Timeout& timeout, const std::string& help) {
+    return command.add_option("--timeout", timeout.text, help + ": positive milliseconds up to 999999999, or 'none'")
         ->capture_default_str()
         ->check(CLI::Validator(
             [](std::string& text) -> std::string {

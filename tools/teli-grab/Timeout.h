@@ -16,6 +16,6 @@ struct Timeout {
 };
 
 // Adds --timeout to `command`, refusing anything but a positive integer or "none".
-void addTimeoutOption(CLI::App& command, Timeout& timeout, const std::string& help);
+CLI::Option* addTimeoutOption(CLI::App& command, Timeout& timeout, const std::string& help);
 
 }  // namespace TeliGrab
