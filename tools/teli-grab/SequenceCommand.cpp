@@ -66,9 +66,9 @@ std::shared_ptr<Tavri::ImageSet> runSequence(Tavri::CameraDriver& camera, int co
             told = true;
         }
         progress.show([&] {
-            return (boost::format("sequence: waiting for %d triggered images, %.1f s (each within 500 ms of the one "
-                                  "before)") %
-                    count % (millisecondsBetween(start, Clock::now()) / 1000.0))
+            // Short enough for a narrow terminal: a wrapped line cannot be rewritten.
+            return (boost::format("sequence: %.1f s waiting for %d triggered images") %
+                    (millisecondsBetween(start, Clock::now()) / 1000.0) % count)
                 .str();
         });
     }
