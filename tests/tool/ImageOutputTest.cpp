@@ -39,7 +39,7 @@ TEST(ImageOutput, PngPixelsKeepTheSceneColour) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const cv::Mat out = forPng(c.image, c.mode, c.debayer);
+        const cv::Mat out = forFile(c.image, c.mode, c.debayer);
         ASSERT_EQ(out.type(), CV_8UC3);
         EXPECT_EQ(centre(out), c.expected);
     }

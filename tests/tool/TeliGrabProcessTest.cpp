@@ -1,10 +1,17 @@
 // teli-grab as a user runs it: a separate process that loads the plug-in, on the
-// simulated rig (TAVRI_TELI_SDK=sim), so no network is touched.
+// simulated rig (TAVRI_TELI_SDK=sim), so no network is touched. The rig files give the
+// faults: a projector too slow to trigger anything in time (a camera without trigger
+// wiring), a camera unplugged mid-stream, a hung camera, dropped and late frames.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,15 +19,17 @@
 #include <opencv2/imgcodecs.hpp>
 #include <regex>
 #include <sstream>
+#include <thread>
 
 namespace Tavri::testing {
 namespace {
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 struct Outcome {
-    int exitCode;  // 137 when `timeout` killed it
+    int exitCode;  // -1 when the process did not exit by itself within a minute
     std::string out, err;
 };
 
@@ -34,40 +43,92 @@ std::string slurp(const std::string& fileName) {
     return text.str();
 }
 
-std::string quoted(const std::string& word) {
-    std::string result = "'";
-    for (char c : word) result += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return result + "'";
-}
+// How a case runs the tool besides its arguments.
+struct How {
+    int signal = 0;           // sent once `signalAfter` shows on stderr
+    std::string signalAfter;  // a line of the driver's log (the case sets --log-level 1)
+    bool terminal = false;    // stdout and stderr on a pseudo-terminal, read into `err`
+};
 
-// Unless a case brings its own rig, teli-grab runs on two small cameras: a sequence
-// gives each image only 500 ms, and a full-size first frame takes longer than that in
-// a sanitizer build.
 class TeliGrab : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string pattern = (fs::temp_directory_path() / "teli-grab-test-XXXXXX").string();
         ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         scratch_ = pattern;
+        // Small cameras: a sequence gives each image only 500 ms, and a full-size first
+        // frame takes longer than that in a sanitizer build.
         write("rig.json", R"({"seed": 1, "projector": {"rate": 60}, "cameras": [
             {"serial": "SIMA", "model": "MODEL-A", "vendor": "Vendor A", "width": 320, "height": 240},
             {"serial": "SIMB", "model": "MODEL-B", "vendor": "Vendor B", "width": 320, "height": 240}]})");
         // The fourth frame comes 800 ms late, after the sequence worker's 500 ms wait.
-        write("late.json", R"({"seed": 1, "projector": {"rate": 60},
-            "cameras": [{"serial": "SIMLATE", "width": 160, "height": 120,
-                         "frameFaults": [{"kind": "late", "first": 3, "count": 1, "delayMs": 800}]}]})");
+        write("late.json", camera(R"("frameFaults": [{"kind": "late", "first": 3, "count": 1, "delayMs": 800}])"));
+        // From the sixth frame on, every frame is lost.
+        write("drop.json", camera(R"("frameFaults": [{"kind": "drop", "first": 5, "every": 1}])"));
+        write("unplug.json", camera(R"("unplugAfterFrames": 10)"));
+        write("hung.json", camera(R"("condition": "hung")"));
+        // One trigger pulse in 20 s: as good as no trigger wiring.
+        write("untriggered.json", R"({"seed": 1, "projector": {"rate": 0.05},
+            "cameras": [{"serial": "SIMSLOW", "width": 160, "height": 120}]})");
     }
     void TearDown() override { fs::remove_all(scratch_); }
 
-    // stdin from /dev/null; `timeout` kills the process by its id after a minute.
-    Outcome run(std::vector<std::string> arguments) const {
+    static std::string camera(const std::string& extra) {
+        return R"({"seed": 1, "projector": {"rate": 60}, "cameras": [{"serial": "SIMF", "width": 160, "height": 120, )" +
+               extra + "}]}";
+    }
+
+    // stdin from /dev/null; killed by its id when it has not ended after a minute.
+    Outcome run(std::vector<std::string> arguments, const How& how = {}) const {
         if (std::find(arguments.begin(), arguments.end(), "--rig") == arguments.end())
             arguments.insert(arguments.begin(), {"--rig", path("rig.json")});
-        std::string command = "TAVRI_TELI_SDK=sim timeout -s KILL 60 " + quoted(TELI_GRAB_EXE);
-        for (const auto& argument : arguments) command += " " + quoted(argument);
-        command += " </dev/null >" + quoted(path("stdout")) + " 2>" + quoted(path("stderr"));
-        const int status = std::system(command.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(path("stdout")), slurp(path("stderr"))};
+        arguments.insert(arguments.begin(), TELI_GRAB_EXE);
+        std::vector<char*> argv;
+        for (auto& argument : arguments) argv.push_back(argument.data());
+        argv.push_back(nullptr);
+
+        // The last run's log must not be taken for this one's.
+        fs::remove(path("stdout"));
+        fs::remove(path("stderr"));
+        int terminal = -1;
+        const pid_t pid = how.terminal ? forkpty(&terminal, nullptr, nullptr, nullptr) : fork();
+        if (pid == 0) {
+            setenv("TAVRI_TELI_SDK", "sim", 1);
+            if (!how.terminal) {
+                dup2(open("/dev/null", O_RDONLY), 0);
+                dup2(open(path("stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+                dup2(open(path("stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
+            }
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        if (terminal >= 0) fcntl(terminal, F_SETFL, O_NONBLOCK);
+
+        std::string fromTerminal;
+        bool signalled = how.signal == 0;
+        int status = 0;
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        for (;;) {
+            char buffer[4096];
+            ssize_t n;
+            while (terminal >= 0 && (n = read(terminal, buffer, sizeof buffer)) > 0) fromTerminal.append(buffer, n);
+            if (waitpid(pid, &status, WNOHANG) == pid) break;
+            if (!signalled && slurp(path("stderr")).find(how.signalAfter) != std::string::npos) {
+                kill(pid, how.signal);
+                signalled = true;
+            }
+            if (std::chrono::steady_clock::now() > giveUp) {
+                kill(pid, SIGKILL);
+                waitpid(pid, &status, 0);
+                status = -1;
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        if (terminal >= 0) close(terminal);
+        const int exitCode = status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        if (how.terminal) return {exitCode, "", fromTerminal};
+        return {exitCode, slurp(path("stdout")), slurp(path("stderr"))};
     }
     nlohmann::json settingsJson(const std::vector<std::string>& arguments) const {
         const auto outcome = run(arguments);
@@ -83,33 +144,91 @@ protected:
 #define SKIP_WITHOUT_SIM() \
     if (!TOOL_TEST_HAVE_SIM) GTEST_SKIP() << "the plug-in is built without the simulated rig (TAVRI_WITH_SIM)"
 
-TEST_F(TeliGrab, RefusalsExitWithTheirCodeAndNameTheCause) {
+// The driver logs this first, at level 1: a case that expects it absent proves the
+// fault was found before the plug-in was started.
+const char* const kDriverStarted = "Initializing Toshiba Teli driver.";
+const char* const kDriverReleased = "Releasing Toshiba Teli driver.";
+const char* const kRunFree = "--set Camera/TriggerType=Software";
+
+TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     write("not-a-library.so", "plain text\n");
     write("broken.json", "{\n  \"ExposureTime\": 1000,\n  oops\n}\n");
+    write("typo.json", "{\n  \"Camera\": {\n    \"Gian\": 3\n  }\n}\n");
+    write("fast.json", R"({"ExposureTime": "fast"})");
+    write("overflow.json", "{\n \"Camera\": {\"Gain\": 1e400}}");
+    write("misspelt-word.json", R"({"Camera": {"TriggerType": "Sofware"}})");
+    write("refused.json", R"({"Camera": {"Gain": 1000}})");
+    write("a-file", "");
+    const std::string tooLong = path(std::string(300, 'x') + ".png");
     const struct {
         std::vector<std::string> arguments;
         int exitCode;
-        std::vector<std::string> inStderr;
+        std::vector<std::string> inStderr, notInStderr = {}, inStdout = {};
         bool needsCamera = false;
     } cases[] = {
+        // Plug-in, command line and output paths: refused before any camera is opened.
         {{"--plugin", path("missing.so"), "list"}, 2,
          {"teli-grab: error: ", path("missing.so"), "cannot open shared object file"}},
         {{"--plugin", path("not-a-library.so"), "list"}, 2, {path("not-a-library.so")}},
         {{"--plugin", HOST_LIBRARY_WITHOUT_ENTRY_POINTS, "list"}, 2,
          {HOST_LIBRARY_WITHOUT_ENTRY_POINTS, "no entry point"}},
-        {{"apply", path("broken.json")}, 5, {path("broken.json"), "line 3"}},
-        {{"apply", path("absent.json")}, 5, {path("absent.json")}},
+        {{}, 1, {"a command is required"}},
+        {{"lsit"}, 1, {"unknown command 'lsit'", "list, settings, apply, grab, sequence, stream"}},
+        {{"--sdk", "bogus", "list"}, 1, {"bogus"}},
+        {{"sequence", "0", "-o", path("none")}, 1, {"count: Value 0 not in range 1 to 120"}},
+        {{"sequence", "121", "-o", path("long")}, 1, {"count: Value 121 not in range 1 to 120"}},
+        {{"sequence", "121", "--per-image-times", "-o", path("long")}, 1, {"not in range 1 to 120"}},
+        {{"stream", "--timeout", "0"}, 1, {"--timeout: '0' is neither a positive number of milliseconds nor 'none'"}},
+        {{"stream", "--timeout", "-1"}, 1, {"'-1' is neither"}},
+        {{"sequence", "3", "--timeout", "100", "-o", path("none")}, 1, {"--timeout requires --per-image-times"}},
+        {{"grab", "-o", path("x.bmp")}, 1, {"cannot tell the image format of", ".png, .jpg, .jpeg, .tif or .tiff"}},
+        {{"--log-level", "1", "grab", "-o", path("no/such/dir/x.png")}, 6,
+         {"cannot write into '" + path("no/such/dir") + "': No such file or directory"}, {kDriverStarted}},
+        {{"--log-level", "1", "sequence", "3", "-o", path("a-file/sub")}, 6,
+         {"'" + path("a-file/sub") + "': Not a directory"}, {kDriverStarted}},
+        // Settings: checked before anything is applied, with where and what.
+        {{"--log-level", "1", "apply", path("broken.json")}, 5, {path("broken.json") + ":3:3: syntax error"},
+         {kDriverStarted, "json.exception"}},
+        {{"apply", path("absent.json")}, 5, {path("absent.json"), "No such file or directory"}},
+        {{"--log-level", "1", "--settings", path("typo.json"), "grab", "-o", path("x.png")}, 5,
+         {path("typo.json") + ":3:5: unknown key 'Camera/Gian'; known keys: ExposureTime, Camera/Gain"},
+         {kDriverStarted}},
+        {{"apply", path("fast.json")}, 5, {path("fast.json") + ":1:2: ExposureTime must be a finite number, not 'fast'"}},
+        {{"apply", path("overflow.json")}, 5, {path("overflow.json") + ":2:13: Camera/Gain: number overflow"},
+         {"json.exception"}},
+        {{"apply", path("misspelt-word.json")}, 5, {"Camera/TriggerType: 'Sofware' is none of Hardware, Software"}},
         {{"--set", "ExposureTime", "settings"}, 1, {"Key=Value", "'ExposureTime'"}},
         {{"--set", "=5", "settings"}, 1, {"Key=Value", "'=5'"}},
-        {{"--set", "Camera/Gain=2", "--set", "Camera=1", "settings"}, 1, {"--set 'Camera=1'"}},
-        {{}, 1, {"subcommand"}},
-        {{"--sdk", "bogus", "list"}, 1, {"bogus"}},
-        {{"sequence", "0", "-o", path("none")}, 1, {"count"}},
-        {{"--serial", "NO-SUCH-SERIAL", "grab", "-o", path("x.png")}, 3, {"NO-SUCH-SERIAL", "SIMA", "SIMB"}, true},
-        {{"--set", "Camera/ColorMode=Blue", "settings"}, 4, {"Invalid color mode"}, true},
-        {{"sequence", "121", "-o", path("long")}, 4, {"121"}, true},  // more than the request pool
-        // The late image is lost, which the driver reports only in its log.
-        {{"--rig", path("late.json"), "sequence", "6", "-o", path("lost")}, 4, {"An unknown error occured"}, true},
+        {{"--set", "Camera/Gain=2", "--set", "Camera=1", "settings"}, 1, {"--set 'Camera=1': 'Camera' is a group"}},
+        {{"--set", "ExposureTime=nan", "settings"}, 1, {"--set 'ExposureTime=nan': ExposureTime must be a finite number"}},
+        {{"--set", "Camera/Gain=1e400", "settings"}, 1, {"Camera/Gain must be a finite number, not '1e400'"}},
+        {{"--set", "Camera/Gian=3", "settings"}, 1, {"unknown key 'Camera/Gian'; known keys: "}},
+        {{"--set", "Camera/ColorMode=Blue", "settings"}, 1, {"'Blue' is none of Gray, Color, Raw"}},
+        {{"--strict", "--settings", path("refused.json"), "grab", "-o", path("x.png")}, 5,
+         {"Camera/Gain: asked 1000, camera kept 0.0"}, {}, {}, true},
+        {{"--settings", path("refused.json"), "settings"}, 0, {"warning: Camera/Gain: asked 1000, camera kept 0.0"},
+         {}, {}, true},
+        // Cameras and acquisition.
+        {{"--serial", "NO-SUCH-SERIAL", "grab", "-o", path("x.png")}, 3, {"NO-SUCH-SERIAL", "SIMA", "SIMB"}, {}, {}, true},
+        {{"--rig", path("hung.json"), "grab", "-o", path("x.png")}, 3, {"no camera found"}, {}, {}, true},
+        {{"grab", "-o", tooLong}, 6, {"File name too long"}, {}, {}, true},
+        {{"--rig", path("untriggered.json"), "grab", "-o", path("x.png")}, 4,
+         {"grab: Failed to wait for camera image completion", "waits for a hardware trigger", kRunFree}, {}, {}, true},
+        {{"--rig", path("untriggered.json"), "stream", "--seconds", "1", "--timeout", "none"}, 4,
+         {"no image arrived in 1.", kRunFree}, {}, {"stream: 0 frames"}, true},
+        {{"--rig", path("untriggered.json"), "stream", "--seconds", "60", "--timeout", "100", "--max-failures", "2"}, 4,
+         {"stopped after 2 failures in a row; the last: no image within 100 ms", kRunFree}, {},
+         {"2 failures (2 x no image within 100 ms)"}, true},
+        {{"--rig", path("unplug.json"), "stream", "--seconds", "60", "--timeout", "none"}, 7,
+         {"camera disconnected after 10 frames"}, {}, {"stream: 10 frames", "(camera disconnected)"}, true},
+        {{"--rig", path("unplug.json"), "sequence", "20", "-o", path("lost")}, 7, {"camera disconnected after 10 frames"},
+         {}, {}, true},
+        {{"--rig", path("late.json"), "sequence", "6", "-o", path("lost")}, 4,
+         {"Grab sequence ended after 3 of 6 images: Failed to wait for camera image completion",
+          "nothing written (--keep-partial writes the 3 that arrived)"},
+         {}, {"sequence: 3 of 6 images"}, true},
+        {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,
+         {"sequence ended after 5 of 10 images: no image within 300 ms", kRunFree}, {}, {}, true},
     };
     for (const auto& c : cases) {
         if (c.needsCamera && !TOOL_TEST_HAVE_SIM) continue;
@@ -117,13 +236,53 @@ TEST_F(TeliGrab, RefusalsExitWithTheirCodeAndNameTheCause) {
         const auto outcome = run(c.arguments);
         EXPECT_EQ(outcome.exitCode, c.exitCode) << describe(outcome);
         for (const auto& part : c.inStderr) EXPECT_THAT(outcome.err, HasSubstr(part));
+        for (const auto& part : c.notInStderr) EXPECT_THAT(outcome.err, Not(HasSubstr(part)));
+        for (const auto& part : c.inStdout) EXPECT_THAT(outcome.out, HasSubstr(part));
     }
-    for (const char* name : {"none", "x.png", "long", "lost"})
+    for (const char* name : {"none", "x.png", "long", "lost", "no", "a-file/sub"})
         EXPECT_FALSE(fs::exists(path(name))) << name << " written by a refused command";
+    EXPECT_EQ(std::count_if(fs::directory_iterator(scratch_), fs::directory_iterator(),
+                            [](const fs::directory_entry& e) { return e.path().filename().string().front() == '.'; }),
+              0)
+        << "a temporary file was left behind";
 }
 
-TEST_F(TeliGrab, ListsSequencesAndGrabsInEveryMode) {
+// Every command ends on SIGINT or SIGTERM whatever it waits for, releases the camera
+// and the driver, exits 130 or 143 and leaves no file.
+TEST_F(TeliGrab, SignalsEndEveryCommandAndReleaseTheDriver) {
     SKIP_WITHOUT_SIM();
+    const char* const cameraOpen = "Initializing camera with index";
+    const struct {
+        std::vector<std::string> arguments;
+        int signal, exitCode;
+    } cases[] = {
+        {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGINT, 130},
+        {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGTERM, 143},
+        {{"--rig", path("untriggered.json"), "grab", "-o", path("out.png")}, SIGINT, 130},
+        {{"--rig", path("untriggered.json"), "sequence", "3", "--per-image-times", "--timeout", "none", "-o",
+          path("out")},
+         SIGTERM, 143},
+        // The driver's worker cannot be cut short: the tool waits for it, then releases.
+        {{"sequence", "120", "-o", path("out")}, SIGINT, 130},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.arguments) + " signal " + std::to_string(c.signal));
+        auto arguments = c.arguments;
+        arguments.insert(arguments.begin(), {"--log-level", "1"});
+        const auto outcome = run(arguments, {c.signal, cameraOpen});
+        EXPECT_EQ(outcome.exitCode, c.exitCode) << describe(outcome);
+        EXPECT_THAT(outcome.err, HasSubstr(kDriverReleased));
+        EXPECT_FALSE(fs::exists(path("out.png")));
+        EXPECT_FALSE(fs::exists(path("out")));
+    }
+}
+
+TEST_F(TeliGrab, ListsSequencesAndGrabsInEveryModeAndFormat) {
+    SKIP_WITHOUT_SIM();
+    const auto version = run({"--version"});
+    EXPECT_EQ(version.exitCode, 0);
+    EXPECT_THAT(version.out, ::testing::MatchesRegex("teli-grab [0-9]+\\.[0-9]+(\\.[0-9]+)*\n"));
+
     const auto listed = run({"list"});
     ASSERT_EQ(listed.exitCode, 0) << describe(listed);
     EXPECT_THAT(listed.out, ::testing::ContainsRegex("^SERIAL +MODEL +VENDOR\n"
@@ -148,58 +307,89 @@ TEST_F(TeliGrab, ListsSequencesAndGrabsInEveryMode) {
     EXPECT_FALSE(fs::exists(path("seq/image_012.png")));
     EXPECT_EQ(cv::imread(path("seq/contact_sheet.png"), cv::IMREAD_UNCHANGED).type(), CV_8UC3);
 
-    const std::vector<std::pair<std::vector<std::string>, int>> modes{
-        {{"--mode", "gray"}, CV_8UC1},
-        {{"--mode", "color"}, CV_8UC3},
-        {{"--mode", "raw"}, CV_8UC1},
-        {{"--mode", "raw", "--debayer"}, CV_8UC3},
+    // An early end with --keep-partial writes what arrived, and still fails.
+    const auto partial = run({"--rig", path("late.json"), "sequence", "6", "--keep-partial", "--format", "tiff", "-o",
+                              path("partial")});
+    EXPECT_EQ(partial.exitCode, 4) << describe(partial);
+    EXPECT_TRUE(fs::exists(path("partial/image_002.tif")));
+    EXPECT_FALSE(fs::exists(path("partial/image_003.tif")));
+    EXPECT_TRUE(fs::exists(path("partial/contact_sheet.tif")));
+
+    // The colour-mode key reaches the camera as --mode does: full colour, not a mosaic
+    // read as RGB (two channels of three nearly black).
+    write("color.json", R"({"Camera": {"ColorMode": "Color"}})");
+    const struct {
+        std::vector<std::string> arguments;
+        std::string file, magic;
+        int type;
+    } grabs[] = {
+        {{"--mode", "gray"}, "one.png", "\x89PNG", CV_8UC1},
+        {{"--mode", "color"}, "color.png", "\x89PNG", CV_8UC3},
+        {{"--settings", path("color.json")}, "key.png", "\x89PNG", CV_8UC3},
+        {{"--set", "Camera/ColorMode=Color"}, "set.jpeg", "\xFF\xD8\xFF", CV_8UC3},
+        {{"--mode", "raw"}, "raw.TIFF", "II*", CV_8UC1},
+        {{"--mode", "raw", "--debayer"}, "debayered.jpg", "\xFF\xD8\xFF", CV_8UC3},
     };
-    for (const auto& [arguments, type] : modes) {
-        SCOPED_TRACE(::testing::PrintToString(arguments));
-        auto grab = arguments;
-        grab.insert(grab.end(), {"grab", "-o", path("one.png")});
-        const auto grabbed = run(grab);
+    for (const auto& g : grabs) {
+        SCOPED_TRACE(::testing::PrintToString(g.arguments) + " " + g.file);
+        auto arguments = g.arguments;
+        arguments.insert(arguments.end(), {"grab", "-o", path(g.file)});
+        const auto grabbed = run(arguments);
         ASSERT_EQ(grabbed.exitCode, 0) << describe(grabbed);
-        const cv::Mat image = cv::imread(path("one.png"), cv::IMREAD_UNCHANGED);
+        EXPECT_EQ(slurp(path(g.file)).substr(0, g.magic.size()), g.magic) << "format follows the extension";
+        const cv::Mat image = cv::imread(path(g.file), cv::IMREAD_UNCHANGED);
         EXPECT_EQ(image.size(), cv::Size(320, 240));
-        EXPECT_EQ(image.type(), type);
-        fs::remove(path("one.png"));
+        EXPECT_EQ(image.type(), g.type);
     }
+    const cv::Scalar byMode = cv::mean(cv::imread(path("color.png"))), byKey = cv::mean(cv::imread(path("key.png")));
+    for (int channel = 0; channel < 3; ++channel)
+        EXPECT_NEAR(byKey[channel], byMode[channel], 0.1 * byMode[channel] + 1) << "channel " << channel;
 }
 
-TEST_F(TeliGrab, SettingsRoundTripThroughApply) {
+TEST_F(TeliGrab, SettingsRoundTripThroughApplyAndSettingsFiles) {
     SKIP_WITHOUT_SIM();
     const auto defaults = settingsJson({"settings"});
-    const auto changed = settingsJson({"--set", "ExposureTime=20000", "--set", "Camera/Gain=3", "settings"});
+    const auto changed = settingsJson({"--set", "ExposureTime=20000", "--set", "Camera/Gain=3", "--set",
+                                       "Camera/ColorMode=Color", "--set", "Camera/TriggerType=Software", "settings"});
     ASSERT_NE(changed, defaults) << "--set changed nothing";
-    EXPECT_EQ(changed["Camera"]["TriggerType"], "Hardware");
+    EXPECT_EQ(changed["Camera"]["ColorMode"], "Color");
 
     // A fresh process starts from the defaults again; the file alone must bring the
-    // camera back to the changed state.
+    // camera back to the changed state, by `apply` or by --settings.
     write("changed.json", changed.dump(2));
     EXPECT_EQ(settingsJson({"apply", path("changed.json")}), changed);
+    EXPECT_EQ(settingsJson({"--strict", "--settings", path("changed.json"), "settings"}), changed);
 
-    // --set is applied after the file.
-    const auto overridden = settingsJson({"--set", "ExposureTime=12000", "apply", path("changed.json")});
-    EXPECT_EQ(overridden["Camera"]["Gain"], changed["Camera"]["Gain"]);
-    EXPECT_NE(overridden["ExposureTime"], changed["ExposureTime"]);
+    // --settings, then apply's file, then --set, then --mode.
+    write("gain5.json", R"({"Camera": {"Gain": 5}, "ExposureTime": 30000})");
+    const auto layered = settingsJson({"--settings", path("gain5.json"), "--set", "ExposureTime=12000", "--mode",
+                                       "gray", "apply", path("changed.json")});
+    EXPECT_EQ(layered["Camera"]["Gain"], changed["Camera"]["Gain"]);
+    EXPECT_EQ(layered["ExposureTime"], 12000.0);
+    EXPECT_EQ(layered["Camera"]["ColorMode"], "Gray");
 }
 
 // Continuous grabbing waits up to --timeout per image: it counts frames while
-// streaming and collects the image a sequence loses.
-TEST_F(TeliGrab, ContinuousGrabbingCountsFramesAndWaitsForALateOne) {
+// streaming and collects the image a sequence loses. Progress shows on a terminal only.
+TEST_F(TeliGrab, ContinuousGrabbingCountsFramesAndShowsProgressOnATerminalOnly) {
     SKIP_WITHOUT_SIM();
     const auto streamed = run({"stream", "--seconds", "1"});
     ASSERT_EQ(streamed.exitCode, 0) << describe(streamed);
-    EXPECT_THAT(streamed.err, HasSubstr("\rframes"));
+    EXPECT_THAT(streamed.err, Not(HasSubstr("\r")));
     std::smatch match;
-    ASSERT_TRUE(std::regex_search(streamed.out, match, std::regex("stream: ([0-9]+) frames"))) << streamed.out;
+    ASSERT_TRUE(std::regex_search(streamed.out, match, std::regex("stream: ([0-9]+) frames.*, 0 failures\n")))
+        << streamed.out;
     EXPECT_GT(std::stol(match[1]), 0);
+
+    const auto onTerminal = run({"stream", "--seconds", "1"}, {0, "", true});
+    EXPECT_EQ(onTerminal.exitCode, 0) << describe(onTerminal);
+    EXPECT_THAT(onTerminal.err, HasSubstr("\rframes"));
 
     const auto timed = run({"--rig", path("late.json"), "sequence", "6", "--per-image-times", "-o", path("timed")});
     ASSERT_EQ(timed.exitCode, 0) << describe(timed);
     EXPECT_THAT(timed.out, HasSubstr("arrival ms"));
     EXPECT_EQ(cv::imread(path("timed/image_005.png"), cv::IMREAD_UNCHANGED).size(), cv::Size(160, 120));
+    EXPECT_THAT(timed.err, Not(HasSubstr("writing images")));
 }
 
 }  // namespace

@@ -2,6 +2,11 @@
 
 namespace TeliGrab {
 
+namespace {
+// How the driver tells, at level 1, that a sequence stopped early, and why.
+const char* const kSequenceEnd = "Grab sequence ended after ";
+}  // namespace
+
 class DriverLogTap::Forwarder : public Tavri::Log::LoggerInterface {
 public:
     explicit Forwarder(Tavri::Log::LoggerInterface& next) : next_(next) {}
@@ -11,6 +16,9 @@ public:
         if (level >= 3) {
             std::lock_guard<std::mutex> lock(mutex_);
             failures_.push_back(text);
+        } else if (text.rfind(kSequenceEnd, 0) == 0) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            sequenceEnd_ = text;
         }
         next_.log(level, file, line, text);
     }
@@ -19,11 +27,16 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return failures_;
     }
+    std::string sequenceEnd() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return sequenceEnd_;
+    }
 
 private:
     Tavri::Log::LoggerInterface& next_;
     mutable std::mutex mutex_;
     std::vector<std::string> failures_;
+    std::string sequenceEnd_;
 };
 
 // The current logger is either one a host installed (kept alive by previous_) or the
@@ -35,5 +48,7 @@ DriverLogTap::DriverLogTap()
 DriverLogTap::~DriverLogTap() { Tavri::Log::GlobalLogger::install(previous_); }
 
 std::vector<std::string> DriverLogTap::failures() const { return forwarder_->failures(); }
+
+std::string DriverLogTap::sequenceEnd() const { return forwarder_->sequenceEnd(); }
 
 }  // namespace TeliGrab

@@ -1,12 +1,8 @@
 #include "ImageOutput.h"
 
 #include <algorithm>
-#include <boost/format.hpp>
 #include <cmath>
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-
-#include "ToolError.h"
 
 namespace TeliGrab {
 
@@ -23,7 +19,7 @@ cv::Mat asBgr(const cv::Mat& image) {
 }
 }  // namespace
 
-cv::Mat forPng(const cv::Mat& image, Tavri::ImageType mode, bool debayer) {
+cv::Mat forFile(const cv::Mat& image, Tavri::ImageType mode, bool debayer) {
     cv::Mat out;
     if (mode == Tavri::ImageType::Color && image.channels() == 3)
         cv::cvtColor(image, out, cv::COLOR_RGB2BGR);
@@ -52,19 +48,6 @@ cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth) {
                     kLabel, 1, cv::LINE_AA);
     }
     return sheet;
-}
-
-void writePng(const std::string& fileName, const cv::Mat& image) {
-    bool written = false;
-    std::string reason = "the encoder refused it";
-    try {
-        written = cv::imwrite(fileName, image);
-    } catch (const cv::Exception& error) {
-        reason = error.what();
-    }
-    if (!written)
-        throw ToolError(ExitCode::OutputError,
-                        (boost::format("cannot write '%s': %s") % fileName % reason).str());
 }
 
 }  // namespace TeliGrab

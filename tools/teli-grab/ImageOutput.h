@@ -13,17 +13,14 @@ namespace TeliGrab {
 // codes after the second row, so BayerBG8 is its "RG" pattern.
 constexpr int kBayerBG8ToBgr = cv::COLOR_BayerRG2BGR;
 
-// An image as the driver delivers it, made ready for a PNG file: Color images arrive
+// An image as the driver delivers it, made ready for an image file: Color images arrive
 // as RGB8 and are reordered to OpenCV's BGR; Raw mosaics are demosaiced when `debayer`
 // is set and written as they are otherwise; Gray is written as it is.
-cv::Mat forPng(const cv::Mat& image, Tavri::ImageType mode, bool debayer);
+cv::Mat forFile(const cv::Mat& image, Tavri::ImageType mode, bool debayer);
 
 // All images as thumbnails in a near-square grid, numbered, on a dark background.
-// The images are already prepared with forPng. Thumbnails are at most `thumbWidth`
+// The images are already prepared with forFile. Thumbnails are at most `thumbWidth`
 // pixels wide and keep the images' aspect ratio.
 cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth = 240);
-
-// Writes a PNG; ToolError(OutputError) naming the file when it cannot.
-void writePng(const std::string& fileName, const cv::Mat& image);
 
 }  // namespace TeliGrab

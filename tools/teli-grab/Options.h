@@ -14,7 +14,9 @@ struct GlobalOptions {
     std::string rig;        // TAVRI_SIM_RIG for the simulator
     std::string logLevel;   // TAVRI_LOG_LEVEL; empty keeps the environment's
     bool debayer = false;   // colour preview of Raw images in PNG output
+    std::string settingsFile;       // JSON settings applied after opening, before --set
     std::vector<std::string> sets;  // Key=Value pairs applied after opening
+    bool strict = false;            // a value the camera did not keep is an error
 };
 
 }  // namespace TeliGrab

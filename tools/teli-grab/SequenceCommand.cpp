@@ -1,15 +1,22 @@
-#include <boost/algorithm/string/join.hpp>
 #include <boost/format.hpp>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
+#include <future>
 #include <iostream>
 #include <memory>
 
+#include "CameraChecks.h"
 #include "Commands.h"
 #include "ContinuousGrab.h"
 #include "DriverLogTap.h"
+#include "ImageFile.h"
 #include "ImageOutput.h"
+#include "ImageWaiter.h"
+#include "Interrupt.h"
+#include "Progress.h"
 #include "Session.h"
+#include "Timeout.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -17,6 +24,9 @@ namespace TeliGrab {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// The driver's request pool: the longest sequence it takes.
+constexpr int kMaxImages = 120;
 
 double millisecondsBetween(Clock::time_point from, Clock::time_point to) {
     return std::chrono::duration<double, std::milli>(to - from).count();
@@ -26,88 +36,159 @@ struct SequenceOptions {
     int count = 0;
     std::string directory;
     bool perImageTimes = false;
-    int timeoutMs = 2000;
+    bool keepPartial = false;
+    std::string format = "png";
+    Timeout timeout;
 };
 
+// The images that arrived; `failure` says why there are fewer than asked for.
 struct Collected {
     std::vector<cv::Mat> images;
     Tavri::ImageType mode = Tavri::ImageType::Raw;
+    std::string failure;
 };
 
 // The driver's hardware-triggered sequence. The set arrives whole at the finish, so
-// only the time from start to finish can be measured, not each image's arrival.
+// only the time from start to finish can be measured, not each image's arrival. The
+// finish runs beside this thread so that the wait can show progress and hear a signal;
+// the driver's worker cannot be cut short, but it ends within 500 ms of the last image.
+std::shared_ptr<Tavri::ImageSet> runSequence(Tavri::CameraDriver& camera, int count) {
+    camera.startGrabSequenceAsync(count);
+    auto finishing = std::async(std::launch::async, [&camera] { return camera.finishGrabSequenceAsync(); });
+    const auto start = Clock::now();
+    Progress progress;
+    bool told = false;
+    while (finishing.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+        if (interruptSignal() != 0 && !told) {
+            progress.finish();
+            std::cerr << "teli-grab: stopping: waiting for the driver's sequence to end (within 500 ms of the last "
+                         "image; a second signal quits at once)\n";
+            told = true;
+        }
+        progress.show([&] {
+            // Short enough for a narrow terminal: a wrapped line cannot be rewritten.
+            return (boost::format("sequence: %.1f s waiting for %d triggered images") %
+                    (millisecondsBetween(start, Clock::now()) / 1000.0) % count)
+                .str();
+        });
+    }
+    progress.finish();
+    return finishing.get();
+}
+
 Collected collectSequence(Tavri::CameraDriver& camera, int count) {
+    // Read before the start: no other call may reach the camera while the sequence runs.
+    const auto hint = triggerHint(camera);
     DriverLogTap tap;
     const auto start = Clock::now();
-    camera.startGrabSequenceAsync(count);
-    auto set = camera.finishGrabSequenceAsync();
+    const auto set = runSequence(camera, count);
     const auto finish = Clock::now();
-
-    // A lost image only shows in the log; the slots from it on hold undefined bytes.
-    const auto failures = tap.failures();
-    if (!failures.empty())
-        throw ToolError(ExitCode::DriverError,
-                        (boost::format("the driver reported a failure during the sequence (%s); images from the "
-                                       "failure on are undefined, nothing was written") %
-                         boost::algorithm::join(failures, "; "))
-                            .str());
+    throwIfInterrupted();
     if (!set || set->images.size() != static_cast<std::size_t>(count))
         throw ToolError(ExitCode::DriverError,
                         (boost::format("the driver returned %d images for a sequence of %d") %
                          (set ? set->images.size() : 0) % count)
                             .str());
 
+    int arrived = count;
+    Collected collected{{}, set->mode, {}};
+    const auto ended = tap.sequenceEnd();
+    const auto failures = tap.failures();
+    if (!ended.empty()) {
+        if (std::sscanf(ended.c_str(), "Grab sequence ended after %d", &arrived) != 1 || arrived < 0 || arrived > count)
+            arrived = 0;
+        const bool waitedInVain = ended.find(kImageWaitFailed) != std::string::npos;
+        collected.failure = ended + (waitedInVain && !hint.empty() ? "; " + hint : "");
+    } else if (!failures.empty()) {
+        // The slots from a lost image on hold undefined bytes, and which one it was is
+        // not known here.
+        arrived = 0;
+        collected.failure = "the driver reported a failure during the sequence: " + failures.front();
+    }
     // Copies: the set's pixel block is released by code in the plug-in.
-    Collected collected{{}, set->mode};
-    for (const auto& image : set->images) collected.images.push_back(image.clone());
+    for (int i = 0; i < arrived; ++i) collected.images.push_back(set->images[static_cast<std::size_t>(i)].clone());
+    if (!collected.failure.empty()) throwIfDisconnected(camera, arrived);
 
     const double elapsed = millisecondsBetween(start, finish);
-    std::cout << boost::format("sequence: %d images in %.1f ms from start to finish, %.2f fps\n") % count % elapsed %
-                     (count * 1000.0 / elapsed);
+    std::cout << boost::format("sequence: %d of %d images in %.1f ms from start to finish, %.2f fps\n") % arrived %
+                     count % elapsed % (arrived * 1000.0 / elapsed);
     std::cout << "arrival times of single images are not visible: the sequence hands all images over at the finish "
                  "(--per-image-times measures them through continuous grabbing)\n";
     return collected;
 }
 
 // The same count through continuous grabbing, timing each image as it arrives.
-Collected collectTimed(Tavri::CameraDriver& camera, int count, int timeoutMs) {
-    Collected collected{{}, camera.getMode()};
+Collected collectTimed(Tavri::CameraDriver& camera, int count, const Timeout& timeout) {
+    Collected collected{{}, camera.getMode(), {}};
     std::vector<double> arrivals;
     {
         const cv::Mat prototype = ContinuousGrab::frameFor(camera);
+        ImageWaiter waiter(camera, timeout);
         ContinuousGrab grab(camera);
         const auto start = Clock::now();
         for (int i = 0; i < count; ++i) {
             cv::Mat frame(prototype.size(), prototype.type());
-            camera.getNextImage(frame, timeoutMs);
+            if (waiter.next(frame, Clock::time_point::max(), i) != ImageWaiter::Result::Image) {
+                const auto advice = waiter.advice();
+                collected.failure = (boost::format("sequence ended after %d of %d images: %s%s") % i % count %
+                                     waiter.cause() % (advice.empty() ? "" : "; " + advice))
+                                        .str();
+                break;
+            }
             arrivals.push_back(millisecondsBetween(start, Clock::now()));
             collected.images.push_back(frame);
         }
     }
     std::cout << "image  arrival ms  interval ms\n";
     for (std::size_t i = 0; i < arrivals.size(); ++i)
-        std::cout << boost::format("%5d  %10.1f  %11.1f\n") % i % arrivals[i] % (i ? arrivals[i] - arrivals[i - 1] : arrivals[i]);
-    std::cout << boost::format("sequence: %d images in %.1f ms after the start, %.2f fps\n") % count % arrivals.back() %
-                     (count * 1000.0 / arrivals.back());
+        std::cout << boost::format("%5d  %10.1f  %11.1f\n") % i % arrivals[i] %
+                         (i ? arrivals[i] - arrivals[i - 1] : arrivals[i]);
+    if (!arrivals.empty())
+        std::cout << boost::format("sequence: %d of %d images in %.1f ms after the start, %.2f fps\n") %
+                         arrivals.size() % count % arrivals.back() % (arrivals.size() * 1000.0 / arrivals.back());
     return collected;
 }
 
-void writeAll(const Collected& collected, const std::string& directory, bool debayer) {
-    std::error_code error;
-    std::filesystem::create_directories(directory, error);
-    if (error)
-        throw ToolError(ExitCode::OutputError,
-                        (boost::format("cannot create directory '%s': %s") % directory % error.message()).str());
+void writeAll(const Collected& collected, const std::string& directory, ImageFormat format, bool debayer) {
+    if (collected.images.empty()) return;
+    createOutputDirectory(directory);
+    const auto extension = extensionOf(format);
+    const auto fileName = [&](const std::string& stem) {
+        return (std::filesystem::path(directory) / (stem + extension)).lexically_normal().string();
+    };
     std::vector<cv::Mat> prepared;
-    for (std::size_t i = 0; i < collected.images.size(); ++i) {
-        prepared.push_back(forPng(collected.images[i], collected.mode, debayer));
-        writePng((std::filesystem::path(directory) / (boost::format("image_%03d.png") % i).str()).string(), prepared.back());
+    Progress progress;
+    const auto total = collected.images.size();
+    for (std::size_t i = 0; i < total; ++i) {
+        throwIfInterrupted();
+        progress.show([&] { return (boost::format("writing images: %d of %d") % (i + 1) % total).str(); });
+        prepared.push_back(forFile(collected.images[i], collected.mode, debayer));
+        writeImage(fileName((boost::format("image_%03d") % i).str()), prepared.back());
     }
-    const auto sheet = (std::filesystem::path(directory) / "contact_sheet.png").lexically_normal().string();
-    writePng(sheet, contactSheet(prepared));
-    std::cout << boost::format("wrote %d images (%d x %d): %s ... and the contact sheet %s\n") % prepared.size() %
-                     collected.images.front().cols % collected.images.front().rows %
-                     (std::filesystem::path(directory) / "image_000.png").lexically_normal().string() % sheet;
+    throwIfInterrupted();
+    writeImage(fileName("contact_sheet"), contactSheet(prepared));
+    progress.finish();
+    std::cout << boost::format("wrote %d images (%d x %d): %s ... and the contact sheet %s\n") % total %
+                     collected.images.front().cols % collected.images.front().rows % fileName("image_000") %
+                     fileName("contact_sheet");
+}
+
+void run(Session& session, const SequenceOptions& settings, ImageFormat format, bool debayer) {
+    auto& camera = session.open();
+    const auto collected = settings.perImageTimes ? collectTimed(camera, settings.count, settings.timeout)
+                                                  : collectSequence(camera, settings.count);
+    if (collected.failure.empty()) {
+        writeAll(collected, settings.directory, format, debayer);
+        return;
+    }
+    if (settings.keepPartial) writeAll(collected, settings.directory, format, debayer);
+    throw ToolError(ExitCode::DriverError,
+                    collected.failure + (settings.keepPartial || collected.images.empty()
+                                             ? ""
+                                             : (boost::format("; nothing written (--keep-partial writes the %d "
+                                                              "that arrived)") %
+                                                collected.images.size())
+                                                   .str()));
 }
 
 }  // namespace
@@ -115,20 +196,26 @@ void writeAll(const Collected& collected, const std::string& directory, bool deb
 void addSequenceCommand(CLI::App& app, const GlobalOptions& options) {
     auto settings = std::make_shared<SequenceOptions>();
     auto* command = app.add_subcommand(
-        "sequence", "Take a hardware-triggered sequence of N images; write image_000.png... and contact_sheet.png");
-    command->add_option("count", settings->count, "number of images")->required()->check(CLI::PositiveNumber);
-    command->add_option("-o,--output", settings->directory, "directory for the PNG files")->required();
-    command->add_flag("--per-image-times", settings->perImageTimes,
+        "sequence", "Take a hardware-triggered sequence of N images; write DIR/image_000.png ... and DIR/contact_sheet.png");
+    command->add_option("count", settings->count, "number of images, 1 to 120")
+        ->required()
+        ->check(CLI::Range(1, kMaxImages));
+    command->add_option("-o,--output", settings->directory, "directory for the image files")->required();
+    command->add_option("--format", settings->format, "image file format: png, jpeg or tiff")
+        ->capture_default_str()
+        ->check(CLI::IsMember({"png", "jpeg", "tiff"}));
+    auto* perImageTimes = command->add_flag("--per-image-times", settings->perImageTimes,
                       "collect through continuous grabbing instead, timing each image's arrival");
-    command->add_option("--timeout", settings->timeoutMs, "with --per-image-times: wait per image, ms")
-        ->capture_default_str();
+    command->add_flag("--keep-partial", settings->keepPartial,
+                      "when the sequence ends early, write the images that did arrive (the exit code still says it "
+                      "failed)");
+    // The driver's sequence waits 500 ms for each image, whatever the host wants.
+    addTimeoutOption(*command, settings->timeout, "with --per-image-times: longest wait for one image")
+        ->needs(perImageTimes);
     command->callback([&options, settings] {
-        withSession(options, [&](Session& session) {
-            auto& camera = session.open();
-            const auto collected = settings->perImageTimes ? collectTimed(camera, settings->count, settings->timeoutMs)
-                                                           : collectSequence(camera, settings->count);
-            writeAll(collected, settings->directory, options.debayer);
-        });
+        const auto format = formatNamed(settings->format);
+        checkOutputDirectory(settings->directory);
+        withSession(options, [&](Session& session) { run(session, *settings, format, options.debayer); });
     });
 }
 

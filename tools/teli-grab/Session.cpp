@@ -5,6 +5,10 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "settings/SettingsOld.h"
+
+#include "Interrupt.h"
+#include "ReadBack.h"
 #include "SettingsArgs.h"
 #include "ToolError.h"
 
@@ -80,10 +84,19 @@ CameraObject::~CameraObject() {
     }
 }
 
-Session::Session(const GlobalOptions& options, const std::string& pluginPath)
-    : options_(options), library_(pluginPath), lifetime_(library_), camera_(library_) {}
+Session::Session(const GlobalOptions& options, const std::string& pluginPath, std::vector<CheckedSettings> given)
+    : options_(options), given_(std::move(given)), library_(pluginPath), lifetime_(library_), camera_(library_) {}
 
-Tavri::CameraDriver& Session::open(const Tavri::TSettings* tree) {
+void Session::apply(const CheckedSettings& settings) {
+    auto& driver = camera();
+    if (!guarded("updateSettings", [&] { return driver.updateSettings(settings.tree); }))
+        throw ToolError(ExitCode::DriverError, "updateSettings refused the settings: camera not initialised");
+    // The colour-mode key changes only the driver's record; setMode sends the pixel
+    // format, so the camera delivers what the key says.
+    if (settings.has(SettingsOld::Camera::ColorMode)) guarded("setMode", [&] { driver.setMode(driver.getMode()); });
+}
+
+Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
     auto& driver = camera();
     const auto cameras = guarded("getInfoInternalCameras", [&] { return driver.getInfoInternalCameras(); });
     if (cameras.empty()) throw ToolError(ExitCode::CameraNotFound, "no camera found");
@@ -110,23 +123,37 @@ Tavri::CameraDriver& Session::open(const Tavri::TSettings* tree) {
                         (boost::format("initializeCamera refused camera '%s'") % serial).str());
     camera_.markOpened();
 
-    // setMode, not the colour-mode key: only setMode sends the pixel format.
+    throwIfInterrupted();
+
+    // --settings, the command's file, then --set: given_ ends with --set.
+    std::vector<const CheckedSettings*> order;
+    for (const auto& settings : given_) order.push_back(&settings);
+    if (tree) order.insert(given_.empty() ? order.end() : order.end() - 1, tree);
+    std::vector<SettingValue> asked;
+    for (const auto* settings : order) {
+        apply(*settings);
+        asked.insert(asked.end(), settings->values.begin(), settings->values.end());
+    }
     if (!options_.mode.empty()) guarded("setMode", [&] { driver.setMode(parseMode(options_.mode)); });
-    const auto apply = [&](const Tavri::TSettings& settings) {
-        if (!guarded("updateSettings", [&] { return driver.updateSettings(settings); }))
-            throw ToolError(ExitCode::DriverError, "updateSettings refused the settings: camera not initialised");
-    };
-    if (tree) apply(*tree);
-    if (!options_.sets.empty()) apply(settingsFromAssignments(options_.sets));
+
+    const auto notKept = valuesNotKept(asked, guarded("settings", [&] { return driver.settings(); }));
+    if (!notKept.empty() && options_.strict)
+        throw ToolError(ExitCode::BadSettingsFile,
+                        "the camera did not keep what was asked (--strict): " + boost::algorithm::join(notKept, "; "));
+    for (const auto& line : notKept) std::cerr << "teli-grab: warning: " << line << '\n';
     return driver;
 }
 
 void withSession(const GlobalOptions& options, const std::function<void(Session&)>& body) {
-    // Bad --set values are a usage error, found before anything is loaded.
-    settingsFromAssignments(options.sets);
+    // A bad settings file or --set value is found before anything is loaded.
+    std::vector<CheckedSettings> given;
+    if (!options.settingsFile.empty()) given.push_back(loadSettingsFile(options.settingsFile));
+    given.push_back(settingsFromAssignments(options.sets));
     exportEnvironment(options);
-    Session session(options, pluginPath(options));
+    throwIfInterrupted();
+    Session session(options, pluginPath(options), std::move(given));
     guarded("driver error", [&] { body(session); });
+    throwIfInterrupted();
 }
 
 }  // namespace TeliGrab

@@ -7,6 +7,7 @@
 
 #include "Options.h"
 #include "PluginLibrary.h"
+#include "SettingsCheck.h"
 #include "TavriAPI/CameraDriver.h"
 
 namespace TeliGrab {
@@ -43,18 +44,24 @@ private:
 // release the camera, delete the object, releaseDriver, dlclose.
 class Session {
 public:
-    // Loads the plug-in at `pluginPath`; the driver's environment is already set.
-    Session(const GlobalOptions& options, const std::string& pluginPath);
+    // Loads the plug-in at `pluginPath`; the driver's environment is already set, and
+    // the settings from --settings and --set are checked.
+    Session(const GlobalOptions& options, const std::string& pluginPath, std::vector<CheckedSettings> given);
 
     Tavri::CameraDriver& camera() { return camera_.driver(); }
 
-    // Opens the camera named by --serial (or the first listed), then applies --mode,
-    // `tree` when given, and --set, in that order. Unknown serial:
-    // ToolError(CameraNotFound) listing the serials present.
-    Tavri::CameraDriver& open(const Tavri::TSettings* tree = nullptr);
+    // Opens the camera named by --serial (or the first listed), then applies --settings,
+    // `tree` when given, --set and --mode, in that order, and reads the numeric values
+    // back: one the camera did not keep is a warning, or with --strict
+    // ToolError(BadSettingsFile). Unknown serial: ToolError(CameraNotFound) listing the
+    // serials present.
+    Tavri::CameraDriver& open(const CheckedSettings* tree = nullptr);
 
 private:
+    void apply(const CheckedSettings& settings);
+
     const GlobalOptions& options_;
+    std::vector<CheckedSettings> given_;
     PluginLibrary library_;
     DriverLifetime lifetime_;
     CameraObject camera_;

@@ -37,21 +37,19 @@ Assignment parseAssignment(const std::string& text) {
     return assignment;
 }
 
-Tavri::TSettings settingsFromAssignments(const std::vector<std::string>& texts) {
-    Tavri::TSettings tree;
+CheckedSettings settingsFromAssignments(const std::vector<std::string>& texts) {
+    std::vector<SettingValue> values;
     for (const auto& text : texts) {
         const auto assignment = parseAssignment(text);
-        try {
-            if (assignment.isNumber)
-                tree.addDouble(assignment.key, assignment.number, "");
-            else
-                tree.addString(assignment.key, assignment.word, "");
-        } catch (const std::exception& error) {
-            // A key that is a group elsewhere in the tree ("Camera=1" after "Camera/Gain=2").
-            throw ToolError(ExitCode::Usage, (boost::format("--set '%s': %s") % text % error.what()).str());
-        }
+        SettingValue value;
+        value.key = assignment.key;
+        value.kind = assignment.isNumber ? SettingValue::Kind::Number : SettingValue::Kind::Word;
+        value.number = assignment.number;
+        value.word = assignment.word;
+        value.where = (boost::format("--set '%s'") % text).str();
+        values.push_back(value);
     }
-    return tree;
+    return checkSettings(values, ExitCode::Usage);
 }
 
 }  // namespace TeliGrab

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "TavriCommon/Settings.h"
+#include "SettingsCheck.h"
 
 namespace TeliGrab {
 
@@ -18,7 +18,8 @@ struct Assignment {
 // Throws ToolError(Usage) for a text without "=" or with an empty key.
 Assignment parseAssignment(const std::string& text);
 
-// The assignments as one settings tree, later ones overriding earlier ones.
-Tavri::TSettings settingsFromAssignments(const std::vector<std::string>& texts);
+// The assignments as one checked settings tree, later ones overriding earlier ones;
+// any fault is a usage error (ToolError(Usage)) naming the assignment.
+CheckedSettings settingsFromAssignments(const std::vector<std::string>& texts);
 
 }  // namespace TeliGrab

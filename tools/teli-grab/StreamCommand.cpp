@@ -1,12 +1,17 @@
 #include <boost/format.hpp>
 #include <chrono>
-#include <csignal>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <optional>
 
+#include "CameraChecks.h"
 #include "Commands.h"
 #include "ContinuousGrab.h"
+#include "ImageWaiter.h"
+#include "Progress.h"
 #include "Session.h"
+#include "Timeout.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -15,76 +20,102 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-volatile std::sig_atomic_t interrupted = 0;
-extern "C" void onInterrupt(int) { interrupted = 1; }
-
-// Ctrl-C ends the stream cleanly, so acquisition is stopped and the camera released.
-class InterruptGuard {
-public:
-    InterruptGuard() : previous_(std::signal(SIGINT, onInterrupt)) { interrupted = 0; }
-    ~InterruptGuard() { std::signal(SIGINT, previous_); }
-    InterruptGuard(const InterruptGuard&) = delete;
-    InterruptGuard& operator=(const InterruptGuard&) = delete;
-
-private:
-    void (*previous_)(int);
-};
-
 struct StreamOptions {
     double seconds = 5.0;
-    int timeoutMs = 2000;
+    Timeout timeout;
+    int maxFailures = 3;
 };
 
 struct Tally {
     long frames = 0;
     long failures = 0;
-    std::string lastFailure;
+    int consecutive = 0;
+    std::map<std::string, long> byCause;
+    std::string lastCause;
+
+    void failed(const std::string& cause) {
+        ++failures;
+        ++consecutive;
+        ++byCause[cause];
+        lastCause = cause;
+    }
+    // "3 failures (2 x no image within 2000 ms; 1 x Failed to grab image from camera.)"
+    std::string failureText() const {
+        std::string text = (boost::format("%d failures") % failures).str();
+        if (byCause.empty()) return text;
+        std::string causes;
+        for (const auto& [cause, count] : byCause)
+            causes += (causes.empty() ? "" : "; ") + (boost::format("%d x %s") % count % cause).str();
+        return text + " (" + causes + ")";
+    }
 };
 
-double secondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
-void showProgress(const Tally& tally, double elapsed) {
-    std::cerr << boost::format("\rframes %7d  fps %7.2f  failures %5d") % tally.frames %
-                     (elapsed > 0 ? tally.frames / elapsed : 0.0) % tally.failures
-              << std::flush;
+double rate(long frames, double seconds) { return seconds > 0 ? frames / seconds : 0.0; }
+
+void printSummary(const Tally& tally, double elapsed, const char* ending) {
+    std::cout << boost::format("stream: %d frames in %.2f s, %.2f fps, %s%s\n") % tally.frames % elapsed %
+                     rate(tally.frames, elapsed) % tally.failureText() % ending;
 }
 
 void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
     cv::Mat frame = ContinuousGrab::frameFor(camera);
+    ImageWaiter waiter(camera, options.timeout);
     Tally tally;
-    InterruptGuard interruptGuard;
+    Progress progress;
+    const auto start = Clock::now();
+    const auto deadline = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
+    // A lost camera or a signal ends the loop; the summary is printed before it leaves.
+    std::optional<ToolError> ended;
     double elapsed = 0.0;
     {
         ContinuousGrab grab(camera);
-        const auto start = Clock::now();
-        auto lastShown = start;
-        while (!interrupted && (elapsed = secondsSince(start)) < options.seconds) {
-            try {
-                camera.getNextImage(frame, options.timeoutMs);
-                ++tally.frames;
-            } catch (const std::exception& error) {
-                ++tally.failures;
-                tally.lastFailure = error.what();
+        try {
+            for (;;) {
+                const auto result = waiter.next(frame, deadline, tally.frames);
+                if (result == ImageWaiter::Result::Deadline) break;
+                if (result == ImageWaiter::Result::Image) {
+                    ++tally.frames;
+                    tally.consecutive = 0;
+                } else {
+                    tally.failed(waiter.cause());
+                    if (tally.consecutive >= options.maxFailures) break;
+                }
+                progress.show([&] {
+                    const double now = secondsSince(start);
+                    return (boost::format("frames %7d  fps %7.2f  failures %5d") % tally.frames %
+                            rate(tally.frames, now) % tally.failures)
+                        .str();
+                });
             }
-            if (Clock::now() - lastShown >= std::chrono::milliseconds(100)) {
-                showProgress(tally, secondsSince(start));
-                lastShown = Clock::now();
-            }
+        } catch (const ToolError& error) {
+            ended = error;
         }
+        // Measured before the stop: releasing a lost camera may take long.
         elapsed = secondsSince(start);
-        showProgress(tally, elapsed);
-        std::cerr << '\n';
     }
-    std::cout << boost::format("stream: %d frames in %.2f s, %.2f fps, %d failures%s\n") % tally.frames % elapsed %
-                     (elapsed > 0 ? tally.frames / elapsed : 0.0) % tally.failures %
-                     (interrupted ? " (interrupted)" : "");
-    if (tally.frames == 0)
+    progress.finish();
+    if (ended) {
+        printSummary(tally, elapsed,
+                     ended->code() == ExitCode::CameraDisconnected ? " (camera disconnected)"
+                     : ended->code() == ExitCode::Terminated       ? " (terminated)"
+                                                                   : " (interrupted)");
+        throw *ended;
+    }
+    printSummary(tally, elapsed, "");
+    if (tally.consecutive >= options.maxFailures) {
+        const auto advice = waiter.advice();
+        throw ToolError(ExitCode::DriverError, (boost::format("stopped after %d failures in a row; the last: %s%s") %
+                                                tally.consecutive % tally.lastCause %
+                                                (advice.empty() ? "" : "; " + advice))
+                                                   .str());
+    }
+    if (tally.frames == 0) {
+        const auto hint = triggerHint(camera);
         throw ToolError(ExitCode::DriverError,
-                        (boost::format("no image arrived in %.2f s%s") % elapsed %
-                         (tally.lastFailure.empty() ? "" : "; last failure: " + tally.lastFailure))
-                            .str());
+                        (boost::format("no image arrived in %.2f s%s") % elapsed % (hint.empty() ? "" : ": " + hint)).str());
+    }
 }
 
 }  // namespace
@@ -92,10 +123,14 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
 void addStreamCommand(CLI::App& app, const GlobalOptions& options) {
     auto settings = std::make_shared<StreamOptions>();
     auto* command = app.add_subcommand("stream", "Grab continuously, showing frames, fps and failures as it runs");
-    command->add_option("--seconds", settings->seconds, "how long to stream")
+    command->add_option("--seconds", settings->seconds, "how long to stream, in seconds (up to one day)")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
-    command->add_option("--timeout", settings->timeoutMs, "wait per image, ms")->capture_default_str();
+        ->check(CLI::Range(0.001, 86400.0));
+    addTimeoutOption(*command, settings->timeout, "longest wait for one image");
+    command->add_option("--max-failures", settings->maxFailures,
+                        "end the stream after this many failed images in a row")
+        ->capture_default_str()
+        ->check(CLI::Range(1, 1000000));
     command->callback([&options, settings] {
         withSession(options, [&](Session& session) { stream(session.open(), *settings); });
     });

@@ -14,6 +14,9 @@ enum class ExitCode : int {
     DriverError = 4,
     BadSettingsFile = 5,
     OutputError = 6,
+    CameraDisconnected = 7,
+    Interrupted = 130,  // SIGINT: 128 + 2, as a shell reports it
+    Terminated = 143,   // SIGTERM: 128 + 15
 };
 
 // The one exception type that leaves a session. Driver exceptions are turned into it

@@ -3,53 +3,82 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "Interrupt.h"
 #include "Options.h"
 #include "ToolError.h"
 
 namespace {
 
 const char* const kFooter = R"(Exit codes:
-  0  success
-  1  usage error (bad option, bad --set Key=Value)
-  2  the plug-in cannot be loaded (the path tried and the loader's message are shown)
-  3  camera not found (an unknown --serial lists the serials present)
-  4  driver error (the driver's message is shown)
-  5  bad settings file (file name and position are shown)
-  6  an output file or directory cannot be written
+  0    success
+  1    usage error (bad option or command, bad --set Key=Value, bad output file name)
+  2    the plug-in cannot be loaded (the path tried and the loader's message are shown)
+  3    camera not found (an unknown --serial lists the serials present)
+  4    driver error or failed acquisition (the cause is shown: the driver's message, a
+       timeout with a hint when the camera waits for a hardware trigger, a sequence
+       that ended early, too many failures in a row)
+  5    bad settings file (file:line:column and key are shown); with --strict also a
+       value the camera did not keep
+  6    an output file or directory cannot be written (with the system's reason)
+  7    the camera was disconnected ("camera disconnected after N frames")
+  130  interrupted by SIGINT (Ctrl-C): the camera and the driver were released
+  143  terminated by SIGTERM: the camera and the driver were released
+A second SIGINT or SIGTERM ends the tool at once, without releasing anything.
 
-Environment set for the driver: TAVRI_TELI_SDK (--sdk), TAVRI_SIM_RIG (--rig),
-TAVRI_LOG_LEVEL (--log-level).)";
+Environment:
+  TAVRI_TELI_SDK   camera SDK backend: sim, aravis or teli (set by --sdk)
+  TAVRI_SIM_RIG    simulated rig file for the sim backend (set by --rig)
+  TAVRI_LOG_LEVEL  lowest level of the driver's log on stderr, 0-4 (set by --log-level;
+                   default 3))";
 
 int fail(TeliGrab::ExitCode code, const std::string& message) {
     std::cerr << "teli-grab: error: " << message << '\n';
     return static_cast<int>(code);
 }
 
+// CLI11 takes a mistyped command for an extra argument; name it as a command.
+std::string unknownCommand(const CLI::App& app) {
+    const auto extras = app.remaining();
+    if (extras.empty() || extras.front().rfind("-", 0) == 0) return {};
+    std::string known;
+    for (const auto* command : app.get_subcommands({}))
+        known += (known.empty() ? "" : ", ") + command->get_name();
+    return "unknown command '" + extras.front() + "'; commands: " + known;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     using namespace TeliGrab;
+    installInterruptHandlers();
     GlobalOptions options;
     CLI::App app("Load the Toshiba Teli plug-in as the platform does, and list, configure and grab from cameras.",
                  "teli-grab");
     app.footer(kFooter);
-    app.set_version_flag("--version", "teli-grab " TELI_GRAB_VERSION);
-    app.require_subcommand(1);
+    // --help lists every command's options as well: it is the manual's source.
+    app.set_help_flag();
+    app.set_help_all_flag("-h,--help", "print this help, with the options of every command, and exit");
+    app.set_version_flag("--version", "teli-grab " TELI_GRAB_VERSION, "print the tool's version and exit");
+    app.require_subcommand(0, 1);
     // Global options may follow the subcommand as well.
     app.fallthrough();
 
     app.add_option("--sdk", options.sdk, "camera SDK backend (sets TAVRI_TELI_SDK)")
         ->check(CLI::IsMember({"sim", "aravis", "teli"}));
     app.add_option("--serial", options.serial, "serial number of the camera (default: the first listed)");
-    app.add_option("--mode", options.mode, "colour mode sent to the camera with setMode")
+    app.add_option("--mode", options.mode, "colour mode sent to the camera with setMode, after all settings")
         ->check(CLI::IsMember({"gray", "color", "raw"}));
     app.add_option("--plugin", options.plugin, "plug-in to load (default: libtavri_toshiba_teli.so beside teli-grab, else the installed one)");
     app.add_option("--rig", options.rig, "simulated rig file (sets TAVRI_SIM_RIG)");
     app.add_option("--log-level", options.logLevel, "lowest level the driver's log shows (sets TAVRI_LOG_LEVEL)")
         ->check(CLI::Range(0, 4));
     app.add_flag("--debayer", options.debayer, "write Raw (BayerBG8) images as colour previews");
+    app.add_option("--settings", options.settingsFile,
+                   "JSON settings file applied after opening, before --set (checked before anything is applied)");
     app.add_option("--set", options.sets, "apply one setting after opening, Key=Value (repeatable)")
         ->allow_extra_args(false);
+    app.add_flag("--strict", options.strict,
+                 "exit 5 when the camera did not keep a value asked for (read back after applying)");
 
     addListCommand(app, options);
     addSettingsCommands(app, options);
@@ -59,7 +88,12 @@ int main(int argc, char** argv) {
 
     try {
         app.parse(argc, argv);
+        if (app.get_subcommands().empty()) return fail(ExitCode::Usage, "a command is required; see --help");
         return static_cast<int>(ExitCode::Ok);
+    } catch (const CLI::ExtrasError& error) {
+        const auto unknown = app.get_subcommands().empty() ? unknownCommand(app) : std::string();
+        if (unknown.empty()) return app.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
+        return fail(ExitCode::Usage, unknown);
     } catch (const CLI::ParseError& error) {
         const int printed = app.exit(error);
         return printed == 0 ? 0 : static_cast<int>(ExitCode::Usage);
