@@ -15,5 +15,9 @@ for preset in default asan tsan; do
     ctest --preset "$preset"
 done
 
+echo "=== fuzz ==="
+# The libFuzzer targets, about a minute each, in their own clang build folder.
+bash scripts/fuzz.sh
+
 echo "=== windows ==="
 bash scripts/windows.sh
