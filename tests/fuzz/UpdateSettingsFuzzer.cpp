@@ -24,6 +24,7 @@ public:
 struct Rig {
     Rig() {
         Tavri::Log::GlobalLogger::install(std::make_shared<QuietLogger>());
+        if (sdk.sdkInitialize(65535) != 0) throw Tavri::RuntimeException("The simulated rig did not start");
         camera.initializeCamera(camera.getInfoInternalCameras().at(0).serialNumber.c_str());
     }
     Tavri::sim::SimSdk sdk;
