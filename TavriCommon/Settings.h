@@ -48,7 +48,7 @@ public:
     // {"$value": word, "$range": [words]}, and those two keys mean nothing else. The root
     // may be a group, a number or a word: whatever is saved loads again.
     //
-    // Loading refuses, with a RuntimeException naming the file and the line:column:
+    // Loading refuses, with a RuntimeException naming the file, line and column:
     // malformed JSON, null, true/false, arrays other than a range, numbers beyond a
     // double (1e400), empty, duplicate or "/"-holding keys, a misused "$value" or
     // "$range", and groups nested deeper than maxJsonDepth. A file (or text) larger

@@ -197,8 +197,8 @@ private:
         const auto lineStart = last == 0 ? std::string::npos : text_.rfind('\n', last - 1);
         const std::size_t line = 1 + static_cast<std::size_t>(std::count(text_.begin(), text_.begin() + last, '\n'));
         const std::size_t column = lineStart == std::string::npos ? last + 1 : last - lineStart;
-        throw RuntimeException("Failed to load settings file '" + origin_ + "' at " + std::to_string(line) + ":" +
-                               std::to_string(column) + ": " + reason);
+        throw RuntimeException("Failed to load settings file '" + origin_ + "' at line " + std::to_string(line) +
+                               ", column " + std::to_string(column) + ": " + reason);
     }
 
     const std::string& text_;

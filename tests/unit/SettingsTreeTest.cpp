@@ -194,10 +194,10 @@ TEST(SettingsTreeTest, HostileAndMalformedFilesAreRefusedByNameAndPosition) {
         };
     };
     const Case cases[] = {
-        {"deep nesting", text(tooDeep), "' at 1:1281: groups nest deeper than 256 levels"},
-        {"deep arrays", text(repeat("[", 100000)), "' at 1:1: a settings file must hold a group, a number or a word, not array"},
+        {"deep nesting", text(tooDeep), "' at line 1, column 1281: groups nest deeper than 256 levels"},
+        {"deep arrays", text(repeat("[", 100000)), "' at line 1, column 1: a settings file must hold a group, a number or a word, not array"},
         {"deep in a range", text("{\"w\": {\"$value\": \"a\", \"$range\": " + repeat("[", 100000) + "}}"),
-         "' at 1:34: '$range' of setting 'w' must be a list of words"},
+         "' at line 1, column 34: '$range' of setting 'w' must be a list of words"},
         {"huge file",
          [&] {
              { std::ofstream(file, std::ios::binary) << "{}"; }
@@ -225,9 +225,9 @@ TEST(SettingsTreeTest, HostileAndMalformedFilesAreRefusedByNameAndPosition) {
              return file + ".fifo";
          },
          "': it holds more than " + limit + " bytes"},
-        {"overflow", text("{\n  \"Gain\": 1e400\n}"), "' at 2:15: number 1e400 is beyond the range of a double"},
+        {"overflow", text("{\n  \"Gain\": 1e400\n}"), "' at line 2, column 15: number 1e400 is beyond the range of a double"},
         {"negative overflow", text("{\"a\": {\"b\": -2e308}}"), "number -2e308 is beyond the range of a double"},
-        {"overflowing root", text("1e999"), "' at 1:5: number 1e999 is beyond the range of a double"},
+        {"overflowing root", text("1e999"), "' at line 1, column 5: number 1e999 is beyond the range of a double"},
         {"$value beside keys", text("{\"Camera\": {\"$value\": \"a\", \"Gain\": 1}}"),
          "key 'Gain' stands beside '$value' in setting 'Camera'"},
         {"keys before $value", text("{\"Camera\": {\"Gain\": 1, \"$value\": \"a\"}}"),
@@ -242,9 +242,9 @@ TEST(SettingsTreeTest, HostileAndMalformedFilesAreRefusedByNameAndPosition) {
         {"duplicate $value", text("{\"$value\": \"a\", \"$value\": \"b\"}"), "duplicate key '$value' in the root"},
         {"duplicate key", text("{\"Camera\": {\"Gain\": 1, \"Gain\": 2}}"), "duplicate key 'Gain' in setting 'Camera'"},
         {"syntax", text("{\n  \"Camera\": {\"Gain\": 1,,}\n}"),
-         "' at 2:24: syntax error while parsing object key - unexpected ','; expected string literal"},
-        {"truncated", text("{\"Camera\": {"), "' at 1:12: syntax error while parsing object key - unexpected end of input"},
-        {"trailing text", text("{} {}"), "' at 1:4: syntax error while parsing value - unexpected '{'; expected end of input"},
+         "' at line 2, column 24: syntax error while parsing object key - unexpected ','; expected string literal"},
+        {"truncated", text("{\"Camera\": {"), "' at line 1, column 12: syntax error while parsing object key - unexpected end of input"},
+        {"trailing text", text("{} {}"), "' at line 1, column 4: syntax error while parsing value - unexpected '{'; expected end of input"},
         {"array root", text("[1, 2]"), "a settings file must hold a group, a number or a word, not array"},
         {"boolean", text("{\"Camera\": {\"Gain\": true}}"), "setting 'Camera/Gain' must be a number, a word or a group, not boolean"},
         {"null", text("{\"Gain\": null}"), "setting 'Gain' must be a number, a word or a group, not null"},
