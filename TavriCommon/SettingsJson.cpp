@@ -104,8 +104,8 @@ public:
             frame.kind = Frame::Word;  // {"$value": word, "$range": [words]}
             frame.node->kind = Kind::Word;
         } else if (frame.kind == Frame::Word && !reserved) {
-            refuse("key '" + name + "' stands beside '$value' in " + describe(*frame.node) +
-                   "; a word with a range holds only '$value' and '$range'");
+            refuse("key '" + name + "' stands in " + describe(*frame.node) +
+                   ", a word with a range, which holds only '$value' and '$range'");
         } else if (frame.kind == Frame::Group && (name.empty() || name.find('/') != std::string::npos)) {
             refuse("invalid settings key '" + name + "' in " + describe(*frame.node));
         }
