@@ -47,6 +47,15 @@ TEST(SettingsTreeTest, PathsMakeGroupsAndCopiesShareNodes) {
     TSettings leaf = tree["ExposureTime"];
     tree.addDouble("ExposureTime", 1.0, "");
     EXPECT_EQ(leaf.toDouble(), 1.0);
+
+    // A tree far deeper than a file may hold is built and freed without one call per
+    // level: recursion would overflow the stack here.
+    std::string deepKey = "d";
+    for (int level = 1; level < 200000; ++level) deepKey += "/d";
+    TSettings deep("");
+    EXPECT_EQ(deep.addDouble(deepKey, 1.0, "").toDouble(), 1.0);
+    deep = TSettings("");
+    EXPECT_TRUE(deep.keys().empty());
 }
 
 TEST(SettingsTreeTest, WrongKindsAndMissingKeysNameTheKey) {
