@@ -1,43 +1,59 @@
 #include "TavriCommon/Settings.h"
 
 #include <algorithm>
-#include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
+#include <utility>
 
 #include "TavriCommon/Exceptions.h"
+#include "TavriCommon/SettingsNode.h"
 
 namespace Tavri {
 
-struct SettingsNode {
-    enum class Kind { Group, Number, Word };
-
-    Kind kind = Kind::Group;
-    std::string path;
-    std::string description;
-    double number = 0.0;
-    std::string word;
-    std::vector<std::string> range;
-    std::vector<std::pair<std::string, std::shared_ptr<SettingsNode>>> children;
-
-    std::shared_ptr<SettingsNode> child(const std::string& name) const {
-        for (const auto& entry : children)
-            if (entry.first == name) return entry.second;
-        return nullptr;
+SettingsNode::~SettingsNode() {
+    // Children this node alone holds are taken apart here, one at a time, so that freeing
+    // a deep tree never nests one destructor call per level.
+    std::vector<std::shared_ptr<SettingsNode>> pending = std::move(children);
+    while (!pending.empty()) {
+        std::shared_ptr<SettingsNode> node = std::move(pending.back());
+        pending.pop_back();
+        if (node.use_count() == 1)
+            for (auto& grandchild : node->children) pending.push_back(std::move(grandchild));
     }
+}
 
-    std::shared_ptr<SettingsNode> addChild(const std::string& name) {
-        auto node = std::make_shared<SettingsNode>();
-        node->path = path.empty() ? name : path + "/" + name;
-        children.emplace_back(name, node);
-        return node;
+std::shared_ptr<SettingsNode> SettingsNode::child(const std::string& childName) const {
+    for (const auto& node : children)
+        if (node->name == childName) return node;
+    return nullptr;
+}
+
+std::shared_ptr<SettingsNode> SettingsNode::addChild(const std::shared_ptr<SettingsNode>& group,
+                                                     std::string childName) {
+    auto node = std::make_shared<SettingsNode>();
+    node->name = std::move(childName);
+    node->parent = group;
+    group->children.push_back(node);
+    return node;
+}
+
+std::string SettingsNode::path() const {
+    std::vector<const std::string*> names;
+    std::shared_ptr<const SettingsNode> holder;
+    for (const SettingsNode* node = this; node;) {
+        if (!node->name.empty()) names.push_back(&node->name);
+        holder = node->parent.lock();
+        node = holder.get();
     }
-};
+    std::string text;
+    for (auto name = names.rbegin(); name != names.rend(); ++name) {
+        if (!text.empty()) text += '/';
+        text += **name;
+    }
+    return text;
+}
 
 namespace {
 
 using Kind = SettingsNode::Kind;
-using json = nlohmann::ordered_json;
 
 std::vector<std::string> splitPath(const std::string& key) {
     std::vector<std::string> parts;
@@ -68,9 +84,11 @@ std::shared_ptr<SettingsNode> findOrMake(const std::shared_ptr<SettingsNode>& ro
     auto node = root;
     for (const auto& part : splitPath(key)) {
         if (node->kind != Kind::Group)
-            throw RuntimeException("Setting '" + node->path + "' is not a group, cannot hold '" + key + "'");
+            throw RuntimeException("Setting '" + node->path() + "' is not a group, cannot hold '" + key + "'");
         auto next = node->child(part);
-        node = next ? next : node->addChild(part);
+        if (!next && isReservedSettingsKey(part))
+            throw RuntimeException("Invalid settings key '" + key + "': '" + part + "' is reserved for JSON files");
+        node = next ? next : SettingsNode::addChild(node, part);
     }
     return node;
 }
@@ -85,52 +103,7 @@ const char* kindName(Kind kind) {
 }
 
 [[noreturn]] void wrongKind(const SettingsNode& node, Kind wanted) {
-    throw RuntimeException("Setting '" + node.path + "' is " + kindName(node.kind) + ", not " + kindName(wanted));
-}
-
-json toJsonValue(const SettingsNode& node) {
-    switch (node.kind) {
-        case Kind::Number: return node.number;
-        case Kind::Word:
-            if (node.range.empty()) return node.word;
-            return json{{"$value", node.word}, {"$range", node.range}};
-        case Kind::Group: {
-            json object = json::object();
-            for (const auto& [name, child] : node.children) object[name] = toJsonValue(*child);
-            return object;
-        }
-    }
-    return nullptr;
-}
-
-void fromJsonValue(SettingsNode& node, const json& value, const std::string& origin) {
-    if (value.is_number()) {
-        node.kind = Kind::Number;
-        node.number = value.get<double>();
-    } else if (value.is_string()) {
-        node.kind = Kind::Word;
-        node.word = value.get<std::string>();
-    } else if (value.is_object() && value.contains("$value")) {
-        const auto& word = value.at("$value");
-        const auto range = value.value("$range", json::array());
-        if (!word.is_string() || !range.is_array() || !std::all_of(range.begin(), range.end(), [](const json& w) {
-                return w.is_string();
-            }))
-            throw RuntimeException(origin + ": setting '" + node.path + "' has a malformed word with range");
-        node.kind = Kind::Word;
-        node.word = word.get<std::string>();
-        node.range = range.get<std::vector<std::string>>();
-    } else if (value.is_object()) {
-        node.kind = Kind::Group;
-        for (const auto& [name, child] : value.items()) {
-            if (name.empty() || name.find('/') != std::string::npos)
-                throw RuntimeException(origin + ": invalid settings key '" + name + "' under '" + node.path + "'");
-            fromJsonValue(*node.addChild(name), child, origin);
-        }
-    } else {
-        throw RuntimeException(origin + ": setting '" + node.path + "' must be a number, a word or a group, not " +
-                               value.type_name());
-    }
+    throw RuntimeException("Setting '" + node.path() + "' is " + kindName(node.kind) + ", not " + kindName(wanted));
 }
 
 }  // namespace
@@ -165,7 +138,7 @@ bool TSettings::has(const std::string& key) const { return find(node_, key) != n
 const TSettings TSettings::operator[](const std::string& key) const {
     auto node = find(node_, key);
     if (!node) {
-        const std::string where = node_->path.empty() ? "" : " under '" + node_->path + "'";
+        const std::string where = node_->name.empty() ? "" : " under '" + node_->path() + "'";
         throw RuntimeException("Setting '" + key + "' not found" + where);
     }
     return TSettings(node);
@@ -191,42 +164,13 @@ TStringSetting TSettings::asString() {
 bool TSettings::isGroup() const { return node_->kind == Kind::Group; }
 bool TSettings::isNumber() const { return node_->kind == Kind::Number; }
 bool TSettings::isString() const { return node_->kind == Kind::Word; }
-const std::string& TSettings::path() const { return node_->path; }
+std::string TSettings::path() const { return node_->path(); }
 
 std::vector<std::string> TSettings::keys() const {
     std::vector<std::string> names;
-    for (const auto& entry : node_->children) names.push_back(entry.first);
+    names.reserve(node_->children.size());
+    for (const auto& child : node_->children) names.push_back(child->name);
     return names;
-}
-
-std::string TSettings::toJson(int indent) const { return toJsonValue(*node_).dump(indent); }
-
-TSettings TSettings::fromJson(const std::string& text, const std::string& origin) {
-    json document;
-    try {
-        document = json::parse(text);
-    } catch (const json::parse_error& error) {
-        // nlohmann's text carries the line and column of the fault.
-        throw RuntimeException("Failed to parse settings file '" + origin + "': " + error.what());
-    }
-    if (!document.is_object()) throw RuntimeException(origin + ": a settings file must hold a JSON object");
-    auto root = std::make_shared<SettingsNode>();
-    fromJsonValue(*root, document, origin);
-    return TSettings(root);
-}
-
-void TSettings::saveJson(const std::string& fileName) const {
-    std::ofstream out(fileName, std::ios::binary | std::ios::trunc);
-    out << toJson() << '\n';
-    if (!out.flush()) throw RuntimeException("Failed to write settings file '" + fileName + "'");
-}
-
-TSettings TSettings::loadJson(const std::string& fileName) {
-    std::ifstream in(fileName, std::ios::binary);
-    if (!in) throw RuntimeException("Failed to open settings file '" + fileName + "'");
-    std::ostringstream text;
-    text << in.rdbuf();
-    return fromJson(text.str(), fileName);
 }
 
 TGroupSettings::TGroupSettings(const std::string& name, const std::string& description) : TSettings(name) {
@@ -243,7 +187,7 @@ int TStringSetting::getEnumValue() const {
     const auto& range = node_->range;
     const auto found = std::find(range.begin(), range.end(), node_->word);
     if (found == range.end())
-        throw RuntimeException("Setting '" + node_->path + "' holds '" + node_->word + "', which is not in its range");
+        throw RuntimeException("Setting '" + node_->path() + "' holds '" + node_->word + "', which is not in its range");
     return static_cast<int>(found - range.begin());
 }
 

@@ -3,6 +3,7 @@
 // the same node. Keys containing "/" are paths through groups. Leaves hold a number
 // or a word; a word may carry the list of words it is allowed to take.
 
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,13 +39,29 @@ public:
     bool isNumber() const;
     bool isString() const;
     // The node's path from the root it was made in ("Camera/Gain"); empty for a root.
-    const std::string& path() const;
+    // Once the root is gone, the path starts at the oldest group still held.
+    std::string path() const;
     // Child keys of a group, in insertion order.
     std::vector<std::string> keys() const;
 
     // JSON: groups are objects, numbers numbers, words strings; a word with a range is
-    // {"$value": word, "$range": [words]}. A malformed file throws RuntimeException
-    // with the file name and the position; nothing is half-loaded.
+    // {"$value": word, "$range": [words]}, and those two keys mean nothing else. The root
+    // may be a group, a number or a word: whatever is saved loads again.
+    //
+    // Loading refuses, with a RuntimeException naming the file, line and column:
+    // malformed JSON, null, true/false, arrays other than a range, numbers beyond a
+    // double (1e400), empty, duplicate or "/"-holding keys, a misused "$value" or
+    // "$range", and groups nested deeper than maxJsonDepth. A file (or text) larger
+    // than maxJsonBytes is refused by name and size before it is parsed; endless
+    // files such as pipes and devices are read no further than that. Loading takes
+    // time and memory linear in the file's size and never recurses per level of
+    // nesting; nothing is half-loaded.
+    //
+    // Saving refuses (RuntimeException) what could not load again: numbers that are
+    // not finite and groups nested deeper than maxJsonDepth.
+    static constexpr std::size_t maxJsonDepth = 256;
+    static constexpr std::size_t maxJsonBytes = std::size_t{16} << 20;  // 16 MiB
+
     std::string toJson(int indent = 2) const;
     static TSettings fromJson(const std::string& text, const std::string& origin = "<text>");
     void saveJson(const std::string& fileName) const;

@@ -25,3 +25,15 @@ if [ ${#missing[@]} -gt 0 ]; then
   $APT update
   $APT install --no-install-recommends "${missing[@]}"
 fi
+
+# The fuzz build (scripts/fuzz.sh): clang and its libFuzzer and sanitizer runtimes.
+if [ "${1:-}" != "--core" ]; then
+  fuzz_missing=()
+  for p in clang libclang-rt-14-dev; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || fuzz_missing+=("$p")
+  done
+  if [ ${#fuzz_missing[@]} -gt 0 ]; then
+    $APT update
+    $APT install --no-install-recommends "${fuzz_missing[@]}"
+  fi
+fi

@@ -18,5 +18,9 @@ done
 echo "=== package ==="
 bash scripts/package-test.sh build/default
 
+echo "=== fuzz ==="
+# The libFuzzer targets, about a minute each, in their own clang build folder.
+bash scripts/fuzz.sh
+
 echo "=== windows ==="
 bash scripts/windows.sh

@@ -13,7 +13,8 @@ namespace aravis { std::unique_ptr<TeliSdk> makeSdk(); }
 namespace teli { std::unique_ptr<TeliSdk> makeSdk(); }
 
 // Makes `sdk` the backend that selectSdk() and activeSdk() return, whatever
-// TAVRI_TELI_SDK says; null removes the override. For tests and for hosts that bring
-// their own backend.
+// TAVRI_TELI_SDK says; null removes the override, and activeSdk() returns the
+// backend the environment chose again (or throws when none was chosen yet). For tests
+// and for hosts that bring their own backend.
 void overrideSdk(TeliSdk* sdk);
 }  // namespace Tavri

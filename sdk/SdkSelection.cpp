@@ -17,6 +17,8 @@ constexpr const char* kDefaultBackend = "aravis";
 #endif
 
 std::mutex selectionMutex;
+// The backend the environment chose; an override stands in front of it and never
+// replaces it, so that removing the override brings the environment's backend back.
 TeliSdk* active = nullptr;
 TeliSdk* overridden = nullptr;
 // Backends live until the process ends: camera objects hold references to them.
@@ -47,7 +49,7 @@ void overrideSdk(TeliSdk* sdk) {
 
 TeliSdk& selectSdk() {
     std::lock_guard<std::mutex> lock(selectionMutex);
-    if (overridden) return *(active = overridden);
+    if (overridden) return *overridden;
     const char* env = std::getenv("TAVRI_TELI_SDK");
     const std::string name = env && *env ? env : kDefaultBackend;
     auto& slot = made[name];

@@ -1,7 +1,12 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
 
 #include "TavriAPI/ImageSet.h"
 #include "TavriCommon/Exceptions.h"
+#include "TavriCommon/Logger.h"
 #include "TavriCommon/StdAbortThread.h"
 
 namespace Tavri {
@@ -94,6 +99,73 @@ TEST(StdAbortThreadTest, BodyRunsToCompletion) {
     int ran = 0;
     StdAbortThread([&ran] { ran = 1; }).join();
     EXPECT_EQ(ran, 1);
+}
+
+TEST(LoggerTest, LevelsParseFromDigitsAndNames) {
+    const std::pair<const char*, std::optional<int>> cases[] = {
+        {"0", 0},        {"3", 3},          {"4", 4},        {"debug", 0},   {"INFO", 1},    {"Notice", 2},
+        {"warning", 3},  {"warn", 3},       {"critical", 4}, {"fatal", 4},   {"5", {}},      {"-1", {}},
+        {"03", {}},      {"3 ", {}},        {"abc", {}},     {"", {}},       {"1e0", {}},    {"informational", {}},
+    };
+    for (const auto& [text, level] : cases) EXPECT_EQ(Log::parseLogLevel(text), level) << "'" << text << "'";
+}
+
+// Passes every record on to GlobalLogger::get(), as a host's tap in front of the
+// default logger does.
+class ForwardingLogger : public Log::LoggerInterface {
+public:
+    void log(int level, const char* file, int line, const std::string& text) override {
+        Log::GlobalLogger::get().log(level, file, line, "forwarded: " + text);
+    }
+};
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
+// The default logger, in a fresh process per case: TAVRI_LOG_LEVEL picks the threshold
+// and anything else is reported once; lines name the file relative to the project.
+TEST(LoggerDeathTest, DefaultLoggerThresholdWarningAndRelativeFiles) {
+    using ::testing::AllOf;
+    using ::testing::HasSubstr;
+    using ::testing::Not;
+    using ::testing::ResultOf;
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const std::string here = " (tests/unit/HostLibraryTest.cpp:";
+    struct Case {
+        const char* level;  // null: unset
+        bool forward;       // through a logger that hands records back to get()
+        std::vector<int> shown;
+        int warnings;
+    };
+    const Case cases[] = {
+        {nullptr, false, {3, 4}, 0}, {"abc", false, {3, 4}, 1}, {"1", false, {1, 3, 4}, 0},
+        {"CRITICAL", false, {4}, 0}, {"9", false, {3, 4}, 1},    {"warning", true, {3, 4}, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.level ? c.level : "(unset)");
+        auto matcher = ::testing::Matcher<const std::string&>(
+            ResultOf([](const std::string& err) { return occurrences(err, "is not a log level"); }, c.warnings));
+        for (int level : {1, 3, 4}) {
+            const std::string line = (c.forward ? "forwarded: " : "") + ("level " + std::to_string(level)) + here;
+            const bool shown = std::find(c.shown.begin(), c.shown.end(), level) != c.shown.end();
+            matcher = AllOf(matcher, ResultOf([line](const std::string& err) { return occurrences(err, line); },
+                                              shown ? 1 : 0));
+        }
+        EXPECT_EXIT(
+            {
+                if (c.level)
+                    ::setenv("TAVRI_LOG_LEVEL", c.level, 1);
+                else
+                    ::unsetenv("TAVRI_LOG_LEVEL");
+                if (c.forward) Log::GlobalLogger::install(std::make_shared<ForwardingLogger>());
+                for (int level : {1, 3, 4}) TAVRI_LOG(level, "level " + std::to_string(level));
+                std::exit(0);
+            },
+            ::testing::ExitedWithCode(0), matcher);
+    }
 }
 
 }  // namespace
