@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 
+#include "sdk/CompletionEvent.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/CameraConnection.h"
 #include "sdk/aravis/GLibHandles.h"
@@ -58,7 +59,7 @@ private:
     void countTaken();
 
     std::shared_ptr<CameraConnection> connection_;
-    EventHandle event_;
+    CompletionEvent event_;
     GObjectPtr<ArvStream> stream_;
     std::mutex queueMutex_;
     std::map<RequestHandle, std::unique_ptr<Request>> requests_;
@@ -69,6 +70,8 @@ private:
     // buffer just before it lands in the output queue, so a take that finds the
     // queue empty while this is positive waits briefly for it.
     std::atomic<int> reported_{0};
+    // Between a successful start and the next stop: a failed take re-queues its request.
+    std::atomic<bool> acquiring_{false};
 };
 
 }  // namespace Tavri::aravis

@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Options.h"
 #include "ToolError.h"
+#include "platform/PluginLibrary.h"
 
 namespace {
 
@@ -64,6 +65,8 @@ int main(int argc, char** argv) {
         return printed == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     } catch (const ToolError& error) {
         return fail(error.code(), error.what());
+    } catch (const Tavri::platform::PluginError& error) {
+        return fail(ExitCode::PluginNotLoaded, error.what());
     } catch (const std::exception& error) {
         return fail(ExitCode::DriverError, error.what());
     }
