@@ -14,7 +14,8 @@ std::string lastDlError() {
 
 // RTLD_NOW: a plug-in with unresolved symbols fails here, with a clear message, rather
 // than in the middle of a grab. RTLD_LOCAL: its symbols stay its own, as in the platform.
-PluginLibrary::PluginLibrary(const std::string& path) : path_(path), handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+PluginLibrary::PluginLibrary(const std::string& path)
+    : path_(path), handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
     if (!handle_) throw PluginError("cannot load plug-in '" + path + "': " + lastDlError());
 }
 

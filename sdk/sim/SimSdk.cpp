@@ -210,7 +210,8 @@ Result SimSdk::sdkReleaseRequest(StreamHandle stream, RequestHandle request) {
                                 RequestObj* r = nullptr;
                                 if (Result code = impl->request(s, request, r)) return code;
                                 if (r->state != RequestObj::State::Held) return RequestBusy;
-                                s.requests.erase(std::remove(s.requests.begin(), s.requests.end(), r), s.requests.end());
+                                auto& all = s.requests;
+                                all.erase(std::remove(all.begin(), all.end(), r), all.end());
                                 impl->retire(*r);
                                 return Success;
                             });

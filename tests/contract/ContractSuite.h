@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <string>
 
 #include "sdk/TeliSdk.h"
@@ -27,6 +28,9 @@ struct ContractBackend {
     std::uint32_t triggerSource = TriggerSourceCode::Software;
     std::function<void(TeliSdk& sdk, CameraHandle camera, int count)> trigger;
 };
+
+// Test names and messages show the backend by its name.
+inline void PrintTo(const ContractBackend& backend, std::ostream* out) { *out << backend.name; }
 
 // The backend the suite runs against; defined by each runner.
 ContractBackend contractBackend();

@@ -26,7 +26,9 @@ namespace {
 // The plug-in beside this program, loaded as the platform loads it, with its three
 // entry points.
 struct Plugin : platform::PluginLibrary, platform::DriverEntryPoints {
-    Plugin() : platform::PluginLibrary(platform::PluginLibrary::defaultPath()), platform::DriverEntryPoints(*this) {}
+    Plugin()
+        : platform::PluginLibrary(platform::PluginLibrary::defaultPath()),
+          platform::DriverEntryPoints(static_cast<const platform::PluginLibrary&>(*this)) {}
 };
 
 using testing::runtimeError;
