@@ -248,6 +248,34 @@ TEST_F(Rig, HungCamerasAnswerAfterAResetAndDeadOnesStillClose) {
     EXPECT_EQ(sdk.openHandles(), 0u);
 }
 
+// Listing is linear: the list of plugged-in cameras is made again only when one is
+// plugged in or out, and then at once.
+TEST(RigListing, FollowsCamerasPluggedInAndOutAcrossARigOfTheMostCameras) {
+    RigConfig rig = smallRig(false);
+    rig.cameras.resize(kMaxCameras, rig.cameras[0]);
+    for (std::size_t i = 0; i < rig.cameras.size(); ++i) rig.cameras[i].serial = "S" + std::to_string(i);
+    SimSdk sdk(rig);
+    ASSERT_EQ(sdk.sdkInitialize(65535), Success);
+    const auto serialAt = [&](std::uint32_t index) {
+        CameraInfoRecord record;
+        record.clear();
+        EXPECT_EQ(sdk.sdkGetCameraInfo(nullptr, index, &record), Success) << index;
+        return record.serialNumber();
+    };
+    std::uint32_t count = 0;
+    ASSERT_EQ(sdk.sdkGetCameraCount(&count), Success);
+    ASSERT_EQ(count, kMaxCameras);
+    for (std::uint32_t i = 0; i < count; ++i) ASSERT_EQ(serialAt(i), "S" + std::to_string(i));
+    sdk.setCondition(1, CameraCondition::Unplugged);
+    ASSERT_EQ(sdk.sdkGetCameraCount(&count), Success);
+    EXPECT_EQ(count, kMaxCameras - 1);
+    EXPECT_EQ(serialAt(1), "S2");
+    sdk.setCondition(1, CameraCondition::Normal);
+    EXPECT_EQ(serialAt(1), "S1");
+    sdk.unplugAfterFrames(0, 0);
+    EXPECT_EQ(serialAt(0), "S1");
+}
+
 TEST_F(Rig, SetRigIsRefusedWhileACameraIsOpen) {
     RigConfig one = smallRig(false);
     one.cameras.resize(1);
