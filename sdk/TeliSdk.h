@@ -8,22 +8,17 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <type_traits>
+
+#include "sdk/SdkOperations.h"
+#include "sdk/SdkResult.h"
 
 namespace Tavri {
 
-using Result = std::uint32_t;
 using CameraHandle = void*;
 using StreamHandle = void*;
 using RequestHandle = void*;
 using EventHandle = void*;
-
-namespace SdkResult {
-constexpr Result Success = 0;
-constexpr Result AlreadyInitialized = 2;  // sdkInitialize: also success
-constexpr Result CameraAlreadyOpen = 4;   // sdkOpenCamera during enumeration: also success
-constexpr Result NotResponding = 19;      // sdkGetCameraInfo: camera did not respond
-constexpr Result NoCompletedRequest = 20; // sdkTakeCompletedRequest: nothing left to take
-}  // namespace SdkResult
 
 // GenICam PFNC codes of the three formats the driver selects.
 namespace PixelFormat {
@@ -104,6 +99,12 @@ public:
                                     RequestHandle* request) = 0;
     virtual Result sdkReleaseRequest(StreamHandle stream, RequestHandle request) = 0;
     virtual Result sdkEnqueueRequest(StreamHandle stream, RequestHandle request) = 0;
+    // The failed-take rule: a take that hands back a failed frame (any code other than
+    // Success and NoCompletedRequest) while the stream acquires leaves the request on
+    // the stream's wait queue: the backend re-queues it itself, and the caller must not
+    // enqueue it again. The pool of requests thus stays whole however many frames fail
+    // (lost packets, oversize frames). On a stopped stream the request is handed back
+    // to the caller, as after a successful take.
     virtual Result sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* request, std::uint8_t** buffer,
                                            std::uint32_t* size) = 0;
     virtual Result sdkFlushWaitQueue(StreamHandle stream) = 0;
@@ -134,33 +135,13 @@ public:
     virtual Result sdkSetBalanceRatio(CameraHandle camera, std::uint32_t selector, double value) = 0;
 };
 
-struct SdkOrdinal {
-    std::uint16_t ordinal;
-    const char* name;
-};
-
-// The vendor library's exports the driver binds, by ordinal alone.
-constexpr std::array<SdkOrdinal, 37> kSdkOrdinals{{
-    {1, "sdkInitialize"},          {2, "sdkTerminate"},
-    {4, "sdkGetCameraCount"},      {5, "sdkGetCameraInfo"},
-    {6, "sdkOpenCamera"},          {8, "sdkCloseCamera"},
-    {21, "sdkOpenStream"},         {22, "sdkCloseStream"},
-    {23, "sdkStartStream"},        {24, "sdkStopStream"},
-    {27, "sdkCreateRequest"},      {28, "sdkReleaseRequest"},
-    {29, "sdkEnqueueRequest"},     {30, "sdkTakeCompletedRequest"},
-    {31, "sdkFlushWaitQueue"},     {121, "sdkGetSensorWidth"},
-    {122, "sdkGetSensorHeight"},   {126, "sdkGetWidth"},
-    {127, "sdkSetWidth"},          {129, "sdkGetHeight"},
-    {130, "sdkSetHeight"},         {176, "sdkSetPixelFormat"},
-    {221, "sdkGetTriggerMode"},    {222, "sdkSetTriggerMode"},
-    {224, "sdkSetTriggerSequence"},{226, "sdkSetTriggerSource"},
-    {233, "sdkExecuteSoftwareTrigger"}, {234, "sdkGetTriggerActivation"},
-    {235, "sdkSetTriggerActivation"},   {244, "sdkGetExposureTime"},
-    {245, "sdkSetExposureTime"},   {282, "sdkGetGain"},
-    {283, "sdkSetGain"},           {292, "sdkGetBlackLevel"},
-    {293, "sdkSetBlackLevel"},     {312, "sdkGetBalanceRatio"},
-    {313, "sdkSetBalanceRatio"},
-}};
+// The interface above, checked against the one list of operations: every member has
+// the parameter types the list gives it.
+#define TAVRI_CHECK_OPERATION(ordinal, name, parameters, arguments)                              \
+    static_assert(std::is_same_v<decltype(&TeliSdk::name), Result(TeliSdk::*) parameters>,     \
+                  #name " differs from sdk/SdkOperations.h");
+TAVRI_SDK_OPERATIONS(TAVRI_CHECK_OPERATION)
+#undef TAVRI_CHECK_OPERATION
 
 // The process-wide backend chosen by selectSdk(); throws RuntimeException before one
 // was selected.

@@ -95,7 +95,7 @@ void AravisStream::onStreamEvent(void* self, ArvStreamCallbackType type, ArvBuff
     if (type != ARV_STREAM_CALLBACK_TYPE_BUFFER_DONE) return;
     auto* stream = static_cast<AravisStream*>(self);
     stream->reported_.fetch_add(1);
-    platform::setEvent(stream->event_);
+    stream->event_.completed();
 }
 
 AravisStream::Request* AravisStream::find(RequestHandle handle) {
@@ -182,14 +182,10 @@ bool AravisStream::completedWaiting() {
     return output > 0;
 }
 
-// The event stands for "completed buffers are waiting". It merges signals, so one
-// wait per take would miss images of a burst unless it is signalled again while any
-// are left; and a signal left over from buffers a take, drain or flush removed would
-// wake the next wait for nothing. Clearing before the check keeps a report that
-// races with it from being lost: Aravis counts the buffer before it signals.
+// The completion-event rule (sdk/CompletionEvent.h): Aravis counts the buffer
+// (reported_) before it signals.
 void AravisStream::syncEvent() {
-    platform::waitForEvent(event_, 0);
-    if (completedWaiting()) platform::setEvent(event_);
+    event_.settle([this] { return completedWaiting(); });
 }
 
 Result AravisStream::takeCompleted(RequestHandle* handle, std::uint8_t** data, std::uint32_t* size) {
@@ -216,6 +212,12 @@ Result AravisStream::takeCompleted(RequestHandle* handle, std::uint8_t** data, s
     *handle = request;
     *data = request->data;
     *size = bytes;
+    // The failed-take rule (sdk/TeliSdk.h): while acquiring, a failed frame's request
+    // goes straight back on the stream, so lost packets never drain the pool.
+    if (status != AravisResult::Success && acquiring_.load()) {
+        request->onStream = true;
+        arv_stream_push_buffer(stream_.get(), GObjectPtr<ArvBuffer>(g_object_ref(request->buffer.get())).release());
+    }
 
     syncEvent();
     return status;
@@ -245,14 +247,17 @@ Result AravisStream::start() {
         if (const Result r = ensureStream()) return r;
     }
     atStart_ = StreamStatistics::read(stream_.get());
-    return connection_->withFeatures([](ArvCamera* camera) {
+    const Result result = connection_->withFeatures([](ArvCamera* camera) {
         GErrorSlot error;
         arv_camera_start_acquisition(camera, error.out());
         return resultFromError(error.get());
     });
+    if (result == AravisResult::Success) acquiring_.store(true);
+    return result;
 }
 
 Result AravisStream::stop() {
+    acquiring_.store(false);
     const Result result = connection_->withFeatures([](ArvCamera* camera) {
         GErrorSlot error;
         arv_camera_stop_acquisition(camera, error.out());

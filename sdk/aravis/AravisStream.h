@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 
+#include "sdk/CompletionEvent.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/CameraConnection.h"
 #include "sdk/aravis/GLibHandles.h"
@@ -62,7 +63,7 @@ private:
     void countTaken();
 
     std::shared_ptr<CameraConnection> connection_;
-    EventHandle event_;
+    CompletionEvent event_;
     TransportSettings transport_;
     GObjectPtr<ArvStream> stream_;  // null until the first enqueue or start
     std::mutex queueMutex_;
@@ -76,6 +77,8 @@ private:
     std::atomic<int> reported_{0};
     // Aravis's counters when acquisition last started; stop logs the difference.
     StreamStatistics atStart_;
+    // Between a successful start and the next stop: a failed take re-queues its request.
+    std::atomic<bool> acquiring_{false};
 };
 
 }  // namespace Tavri::aravis

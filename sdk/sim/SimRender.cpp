@@ -6,19 +6,6 @@
 
 namespace Tavri::sim {
 
-std::uint32_t bytesPerPixel(std::uint32_t pixelFormat) {
-    switch (pixelFormat) {
-    case PixelFormat::Mono8:
-    case PixelFormat::BayerBG8: return 1;
-    case PixelFormat::RGB8: return 3;
-    default: return 0;
-    }
-}
-
-std::uint32_t patternCount(const ProjectorConfig& projector) {
-    return 2 + projector.grayBits + projector.phaseSteps;
-}
-
 bool readStamp(const std::uint8_t* image, std::uint32_t width, std::uint32_t height, std::uint32_t pixelFormat,
                FrameStamp* stamp) {
     const std::uint32_t bpp = bytesPerPixel(pixelFormat);
@@ -215,7 +202,7 @@ void renderInto(const Scene& scene, const ProjectorConfig& projector, const Fram
     for (int c = 0; c < 3; ++c) gainOf[c] = static_cast<float>(level) * kSensitivity[c] * balance[c];
     const float black = static_cast<float>(settings.blackLevel) + 0.5f;  // + 0.5: round on truncation
     const auto clampByte = [](float v) -> std::uint8_t {
-        return v <= 0.0f ? 0 : v >= 255.0f ? 255 : static_cast<std::uint8_t>(v);
+        return !(v > 0.0f) ? 0 : v >= 255.0f ? 255 : static_cast<std::uint8_t>(v);  // NaN: 0
     };
     const std::int8_t* noise = scene.noise.data();
 

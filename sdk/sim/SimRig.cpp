@@ -1,135 +1,21 @@
-// The rig description: the default rig, its checks, and the JSON rig file.
+// The rig file reader: a bounded, linear scan of the text first (size, nesting, numbers
+// that overflow), then the JSON parser, then the reader of the rig's keys. Every error
+// names the source, line and column.
+
+#include "sdk/sim/SimRig.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
-#include <set>
-#include <sstream>
 
 #include <nlohmann/json.hpp>
 
 #include "TavriCommon/Exceptions.h"
-#include "sdk/sim/SimSdk.h"
 
 namespace Tavri::sim {
-
-const char* SimResult::name(Result code) {
-    switch (code) {
-    case Success: return "Success";
-    case AlreadyInitialized: return "AlreadyInitialized";
-    case CameraAlreadyOpen: return "CameraAlreadyOpen";
-    case NotResponding: return "NotResponding";
-    case NoCompletedRequest: return "NoCompletedRequest";
-    case NotInitialized: return "NotInitialized";
-    case NullArgument: return "NullArgument";
-    case NullHandle: return "NullHandle";
-    case UnknownHandle: return "UnknownHandle";
-    case ClosedHandle: return "ClosedHandle";
-    case WrongHandleKind: return "WrongHandleKind";
-    case IndexOutOfRange: return "IndexOutOfRange";
-    case CameraUnplugged: return "CameraUnplugged";
-    case AccessDenied: return "AccessDenied";
-    case StreamAlreadyOpen: return "StreamAlreadyOpen";
-    case NullBuffer: return "NullBuffer";
-    case ZeroBufferSize: return "ZeroBufferSize";
-    case RequestNotHeld: return "RequestNotHeld";
-    case RequestInUse: return "RequestInUse";
-    case RequestOfOtherStream: return "RequestOfOtherStream";
-    case FrameTooLarge: return "FrameTooLarge";
-    case ValueOutOfRange: return "ValueOutOfRange";
-    case ValueNotFinite: return "ValueNotFinite";
-    case ValueNotOnIncrement: return "ValueNotOnIncrement";
-    case InvalidSelector: return "InvalidSelector";
-    case UnsupportedPixelFormat: return "UnsupportedPixelFormat";
-    case InvalidTriggerSource: return "InvalidTriggerSource";
-    case InvalidTriggerActivation: return "InvalidTriggerActivation";
-    case InvalidTriggerSequence: return "InvalidTriggerSequence";
-    case SoftwareTriggerNotSelected: return "SoftwareTriggerNotSelected";
-    case LockedWhileAcquiring: return "LockedWhileAcquiring";
-    case TooManyRequests: return "TooManyRequests";
-    default: return "Unknown";
-    }
-}
-
-RigConfig defaultRig() {
-    RigConfig rig;
-    CameraConfig first;
-    first.serial = "SIM0001";
-    CameraConfig second;
-    second.serial = "SIM0002";
-    rig.cameras = {first, second};
-    return rig;
-}
-
-namespace {
-
-bool isOperationName(const std::string& name) {
-    return std::any_of(kSdkOrdinals.begin(), kSdkOrdinals.end(),
-                       [&](const SdkOrdinal& entry) { return name == entry.name; });
-}
-
-void checkRange(const FeatureRange& range, const std::string& where) {
-    const bool finite = std::isfinite(range.min) && std::isfinite(range.max) && std::isfinite(range.increment) &&
-                        std::isfinite(range.initial);
-    if (!finite || range.increment <= 0.0 || range.min > range.max || range.initial < range.min ||
-        range.initial > range.max)
-        throw RuntimeException(where + ": needs finite min <= initial <= max and increment > 0");
-}
-
-}  // namespace
-
-void validateRig(const RigConfig& rig) {
-    const auto fail = [](const std::string& text) { throw RuntimeException("Invalid simulated rig: " + text); };
-    if (!(rig.frameRate > 0.0 && rig.frameRate <= 1000.0)) fail("frameRate must be in (0, 1000]");
-    const auto& p = rig.projector;
-    if (!(p.rate > 0.0 && p.rate <= 1000.0)) fail("projector rate must be in (0, 1000]");
-    if (p.grayBits < 1 || p.grayBits > 12) fail("projector grayBits must be 1 ... 12");
-    if (p.phaseSteps > 64) fail("projector phaseSteps must be 0 ... 64");
-    if (!(p.phasePeriod >= 0.0) || !std::isfinite(p.phasePeriod)) fail("projector phasePeriod must be >= 0");
-    if (!(p.pulseWidthMs >= 0.0) || p.pulseWidthMs >= 1000.0 / p.rate)
-        fail("projector pulseWidthMs must be >= 0 and shorter than the pulse period");
-    std::set<std::string> serials;
-    for (std::size_t i = 0; i < rig.cameras.size(); ++i) {
-        const auto& c = rig.cameras[i];
-        const std::string where = "camera " + std::to_string(i) + " (" + c.serial + ")";
-        if (c.serial.empty() || c.serial.size() > 63) fail(where + ": serial must have 1 ... 63 characters");
-        if (!serials.insert(c.serial).second) fail(where + ": serial used twice");
-        if (c.model.size() > 63 || c.vendor.size() > 63) fail(where + ": model and vendor have at most 63 characters");
-        if (c.widthIncrement < 1 || c.heightIncrement < 1) fail(where + ": increments must be >= 1");
-        if (c.width < kMinWidth || c.height < kMinHeight || c.width > 16384 || c.height > 16384)
-            fail(where + ": sensor must be 128 x 16 ... 16384 x 16384");
-        if (c.width % c.widthIncrement || c.height % c.heightIncrement || kMinWidth % c.widthIncrement ||
-            kMinHeight % c.heightIncrement)
-            fail(where + ": sensor size and minimum size must be multiples of the increments");
-        if (c.pixelFormats.empty()) fail(where + ": needs at least one pixel format");
-        std::set<std::uint32_t> formats;
-        for (auto f : c.pixelFormats) {
-            if (bytesPerPixel(f) == 0) fail(where + ": unknown pixel format " + std::to_string(f));
-            if (!formats.insert(f).second) fail(where + ": pixel format listed twice");
-        }
-        if (formats.count(PixelFormat::BayerBG8) && (c.widthIncrement % 2 || c.heightIncrement % 2))
-            fail(where + ": BayerBG8 needs even increments");
-        checkRange(c.exposure, where + " exposure");
-        checkRange(c.gain, where + " gain");
-        checkRange(c.blackLevel, where + " blackLevel");
-        checkRange(c.balanceRatio, where + " balanceRatio");
-        if (!(c.frameRate >= 0.0 && c.frameRate <= 1000.0)) fail(where + ": frameRate must be in [0, 1000]");
-        if (c.unplugAfterFrames < -1) fail(where + ": unplugAfterFrames must be -1 or >= 0");
-        for (const auto& f : c.frameFaults)
-            if (f.every < 1 || f.burst < 1 || f.extraBytes < 1)
-                fail(where + ": frame fault needs every, burst and extraBytes >= 1");
-    }
-    for (const auto& f : rig.faults) {
-        if (!isOperationName(f.operation)) fail("fault names no SDK operation: '" + f.operation + "'");
-        if (f.call < 1) fail("fault call must be >= 1");
-    }
-}
-
-// ---- The rig file ----
-
 namespace {
 
 using nlohmann::json;
@@ -140,23 +26,67 @@ struct RigError {
     std::string message;
 };
 
-// Offsets of every value of a well-formed JSON text, by JSON pointer, so a wrong value
-// can be reported with its line and column.
+std::string position(const std::string& text, std::size_t offset) {
+    std::size_t line = 1, column = 1;
+    for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
+        if (text[i] == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+    return std::to_string(line) + ":" + std::to_string(column);
+}
+
+[[noreturn]] void refuse(const std::string& source, const std::string& text, std::size_t offset,
+                         const std::string& what) {
+    throw RuntimeException(source + ":" + position(text, offset) + ": " + what);
+}
+
+// One pass over the text before it is parsed: nesting beyond kMaxRigDepth and numbers
+// that no double holds are refused where they stand. Malformed text is left to the
+// parser, which reports it with its position.
+void scan(const std::string& text, const std::string& source) {
+    std::size_t depth = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '"') {
+            for (++i; i < text.size() && text[i] != '"'; ++i)
+                if (text[i] == '\\') ++i;
+        } else if (c == '{' || c == '[') {
+            if (++depth > kMaxRigDepth)
+                refuse(source, text, i, "nested deeper than " + std::to_string(kMaxRigDepth) + " levels");
+        } else if (c == '}' || c == ']') {
+            if (depth > 0) --depth;
+        } else if (c == '-' || (c >= '0' && c <= '9')) {
+            const std::size_t start = i;
+            while (i + 1 < text.size() && std::strchr("+-.eE0123456789", text[i + 1])) ++i;
+            const std::string token = text.substr(start, i - start + 1);
+            errno = 0;
+            const double value = std::strtod(token.c_str(), nullptr);
+            if (std::isinf(value) || (errno == ERANGE && std::fabs(value) > 1.0))
+                refuse(source, text, start, "number out of range: " + token.substr(0, 32));
+        }
+    }
+}
+
+// The offset of the value at `target` (a JSON pointer) in a well-formed text whose
+// nesting scan() bounded, so the recursion is at most kMaxRigDepth deep.
 class Locator {
 public:
-    explicit Locator(const std::string& text) : text(text) {
+    Locator(const std::string& text, const std::string& target) : text(text), target(target) {
         skipSpace();
         value("");
     }
-    std::size_t offsetOf(const std::string& pointer) const {
-        const auto found = offsets.find(pointer);
-        return found == offsets.end() ? 0 : found->second;
-    }
+    std::size_t offset() const { return found; }
 
 private:
     const std::string& text;
+    const std::string& target;
     std::size_t pos = 0;
-    std::map<std::string, std::size_t> offsets;
+    std::size_t found = 0;
+    bool done = false;
 
     char peek() const { return pos < text.size() ? text[pos] : '\0'; }
     void skipSpace() {
@@ -178,52 +108,74 @@ private:
         return out;
     }
     void value(const std::string& pointer) {
-        offsets[pointer] = pos;
+        if (done) return;
+        if (pointer == target) {
+            found = pos;
+            done = true;
+            return;
+        }
+        // Only a value whose pointer leads to the target is entered.
+        const bool onPath = target.compare(0, pointer.size() + 1, pointer + "/") == 0;
         const char c = peek();
         if (c == '{') {
-            ++pos;
-            skipSpace();
-            while (pos < text.size() && peek() != '}') {
+            members('}', pointer, onPath, [this](std::size_t) {
                 const std::string key = string();
                 skipSpace();
                 ++pos;  // ':'
                 skipSpace();
-                value(pointer + "/" + escape(key));
-                skipSpace();
-                if (peek() == ',') ++pos;
-                skipSpace();
-            }
-            ++pos;
+                return escape(key);
+            });
         } else if (c == '[') {
-            ++pos;
+            members(']', pointer, onPath, [](std::size_t index) { return std::to_string(index); });
+        } else {
+            skip();
+        }
+    }
+    // The members of an object or the elements of an array, up to `close`; only the one
+    // on the path to the target is entered. `child` reads what names the next one.
+    template <typename Child>
+    void members(char close, const std::string& pointer, bool onPath, Child&& child) {
+        ++pos;
+        skipSpace();
+        for (std::size_t index = 0; !done && pos < text.size() && peek() != close; ++index) {
+            const std::string name = child(index);
+            if (onPath)
+                value(pointer + "/" + name);
+            else
+                skip();
             skipSpace();
-            for (std::size_t index = 0; pos < text.size() && peek() != ']'; ++index) {
-                value(pointer + "/" + std::to_string(index));
-                skipSpace();
-                if (peek() == ',') ++pos;
-                skipSpace();
+            if (peek() == ',') ++pos;
+            skipSpace();
+        }
+        ++pos;
+    }
+    // Steps over one value without recursion.
+    void skip() {
+        const char c = peek();
+        if (c == '"') {
+            string();
+            return;
+        }
+        if (c != '{' && c != '[') {
+            while (pos < text.size() && !std::strchr(",}] \t\r\n", text[pos])) ++pos;
+            return;
+        }
+        std::size_t depth = 0;
+        while (pos < text.size()) {
+            const char d = text[pos];
+            if (d == '"') {
+                string();
+                continue;
             }
             ++pos;
-        } else if (c == '"') {
-            string();
-        } else {
-            while (pos < text.size() && !std::strchr(",}] \t\r\n", text[pos])) ++pos;
+            if (d == '{' || d == '[') {
+                ++depth;
+            } else if ((d == '}' || d == ']') && --depth == 0) {
+                return;
+            }
         }
     }
 };
-
-std::string position(const std::string& text, std::size_t offset) {
-    std::size_t line = 1, column = 1;
-    for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
-        if (text[i] == '\n') {
-            ++line;
-            column = 1;
-        } else {
-            ++column;
-        }
-    }
-    return std::to_string(line) + ":" + std::to_string(column);
-}
 
 class Reader {
 public:
@@ -248,7 +200,9 @@ public:
 
     double number() const {
         if (!value.is_number()) fail("expected a number");
-        return value.get<double>();
+        const double number = value.get<double>();
+        if (!std::isfinite(number)) fail("number out of range");
+        return number;
     }
     std::uint64_t unsignedInteger(std::uint64_t max = 0xFFFFFFFFull) const {
         if (!value.is_number_unsigned() || value.get<std::uint64_t>() > max)
@@ -406,8 +360,9 @@ RigConfig readRig(const Reader& r) {
             f.expectObject({"operation", "code", "when", "call"});
             if (!f.has("operation") || !f.has("code")) f.fail("a fault needs 'operation' and 'code'");
             OperationFault fault;
-            fault.operation = f.at("operation").text();
-            if (!isOperationName(fault.operation)) f.at("operation").fail("names no SDK operation");
+            const auto operation = operationNamed(f.at("operation").text());
+            if (!operation) f.at("operation").fail("names no SDK operation");
+            fault.operation = *operation;
             fault.code = static_cast<Result>(f.at("code").unsignedInteger());
             if (f.has("when"))
                 fault.when = f.at("when").word<FaultWhen>(
@@ -423,6 +378,9 @@ RigConfig readRig(const Reader& r) {
 }  // namespace
 
 RigConfig parseRig(const std::string& text, const std::string& sourceName) {
+    if (text.size() > kMaxRigFileBytes)
+        refuse(sourceName, text, kMaxRigFileBytes, "larger than " + std::to_string(kMaxRigFileBytes) + " bytes");
+    scan(text, sourceName);
     json document;
     try {
         document = json::parse(text);
@@ -431,15 +389,16 @@ RigConfig parseRig(const std::string& text, const std::string& sourceName) {
         std::string what = error.what();
         const auto cut = what.find("syntax error");
         if (cut != std::string::npos) what = what.substr(cut);
-        throw RuntimeException(sourceName + ":" + position(text, offset) + ": malformed JSON: " + what);
+        refuse(sourceName, text, offset, "malformed JSON: " + what);
+    } catch (const json::exception& error) {
+        refuse(sourceName, text, 0, std::string("malformed JSON: ") + error.what());
     }
     RigConfig rig;
     try {
         rig = readRig(Reader(document, ""));
     } catch (const RigError& error) {
-        const Locator locator(text);
-        throw RuntimeException(sourceName + ":" + position(text, locator.offsetOf(error.pointer)) + ": at " +
-                               (error.pointer.empty() ? "/" : error.pointer) + ": " + error.message);
+        refuse(sourceName, text, Locator(text, error.pointer).offset(),
+               "at " + (error.pointer.empty() ? std::string("/") : error.pointer) + ": " + error.message);
     }
     try {
         validateRig(rig);
@@ -452,9 +411,11 @@ RigConfig parseRig(const std::string& text, const std::string& sourceName) {
 RigConfig loadRigFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) throw RuntimeException("Cannot read simulated rig file '" + path + "'");
-    std::ostringstream content;
-    content << file.rdbuf();
-    return parseRig(content.str(), path);
+    // Never more than one byte past the limit, whatever the file is (a pipe, a device).
+    std::string content(kMaxRigFileBytes + 1, '\0');
+    file.read(content.data(), static_cast<std::streamsize>(content.size()));
+    content.resize(static_cast<std::size_t>(file.gcount()));
+    return parseRig(content, path);
 }
 
 RigConfig rigFromEnvironment() {

@@ -15,25 +15,13 @@ namespace Tavri::teli {
 
 constexpr const char* kVendorDll = "TeliCamApi64.dll";
 
-// Position of an operation in kSdkOrdinals; evaluated at compile time, a name that is
-// not in the table does not compile.
-constexpr std::size_t slotOf(const char* name) {
-    for (std::size_t i = 0; i < kSdkOrdinals.size(); ++i) {
-        const char* a = kSdkOrdinals[i].name;
-        const char* b = name;
-        while (*a && *a == *b) ++a, ++b;
-        if (*a == *b) return i;
-    }
-    throw "operation not in the ordinal table";
-}
-
 class VendorLibrary {
 public:
     // Loads the DLL and resolves every ordinal of kSdkOrdinals; throws
     // RuntimeException naming the DLL, or the first ordinal it lacks.
     VendorLibrary();
 
-    // The export in `slot` as the function the operation `Member` describes: the same
+    // The export in `Slot` (indexOf(Operation)) as the function the operation `Member` describes: the same
     // arguments, a 32-bit result, the platform's one x64 calling convention.
     template <std::size_t Slot, typename... Params>
     auto exportAs(Result (TeliSdk::*)(Params...)) const {

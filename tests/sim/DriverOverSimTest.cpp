@@ -16,6 +16,7 @@
 #include "sdk/sim/SimSdk.h"
 #include "settings/SettingsOld.h"
 #include "tests/support/RecordingLogger.h"
+#include "tests/support/ThrownMessage.h"
 
 namespace Tavri::sim::test {
 namespace {
@@ -45,15 +46,6 @@ FrameStamp stampOf(const cv::Mat& image, ImageType mode = ImageType::Raw) {
     EXPECT_TRUE(readStamp(image.data, static_cast<std::uint32_t>(image.cols), static_cast<std::uint32_t>(image.rows),
                           formatOf(mode), &stamp));
     return stamp;
-}
-
-std::string messageOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const std::exception& error) {
-        return error.what();
-    }
-    return "no exception";
 }
 
 // Every test ends with the camera released and nothing left running or open in the rig.
@@ -108,9 +100,9 @@ TEST_F(DriverOverSim, ListsTheRigAndOpensEachCameraBySerial) {
     EXPECT_EQ(camera->getRows(), static_cast<int>(kHeight));
     // The second camera object may not open the camera the first one holds.
     std::unique_ptr<CameraDriver> other(createCamera());
-    EXPECT_EQ(messageOf([&] { other->initializeCamera("SIM0002"); }), "Failed to open camera.");
+    EXPECT_EQ(testing::runtimeError([&] { other->initializeCamera("SIM0002"); }), "Failed to open camera.");
     other->releaseCamera();
-    EXPECT_EQ(messageOf([&] { other->initializeCamera("SIM0003"); }),
+    EXPECT_EQ(testing::runtimeError([&] { other->initializeCamera("SIM0003"); }),
               "Failed to locate a camera with serial number SIM0003");
 }
 
@@ -209,7 +201,7 @@ TEST_F(DriverOverSim, EachFaultEndsInTheDriversErrorWithNothingHungOrLeaked) {
         camera->grab();
     };
     const Fault faults[] = {
-        {"50th request refused", [this] { rig->failOperation("sdkCreateRequest", 3, FaultWhen::OnCall, 50); },
+        {"50th request refused", [this] { rig->failOperation(Operation::sdkCreateRequest, 3, FaultWhen::OnCall, 50); },
          initialize, "Failed to create camera stream request #49", true},
         {"dead camera", [this] { rig->setCondition(0, CameraCondition::Dead); }, initialize,
          "Failed to locate a camera with serial number SIM0001"},
@@ -226,17 +218,17 @@ TEST_F(DriverOverSim, EachFaultEndsInTheDriversErrorWithNothingHungOrLeaked) {
              camera->grab();
          },
          "Could not get number of camera columns"},
-        {"re-enqueue refused", [this] { rig->failOperation("sdkEnqueueRequest", 3, FaultWhen::OnCall, 121); }, grab,
+        {"re-enqueue refused", [this] { rig->failOperation(Operation::sdkEnqueueRequest, 3, FaultWhen::OnCall, 121); }, grab,
          "Failed to re-enqueue image stream request on camera."},
         {"take fails after the wait",
-         [this] { rig->failOperation("sdkTakeCompletedRequest", 3, FaultWhen::OnCall, 2); }, grab,
+         [this] { rig->failOperation(Operation::sdkTakeCompletedRequest, 3, FaultWhen::OnCall, 2); }, grab,
          "Failed to grab image from camera."},
     };
     for (const auto& fault : faults) {
         SCOPED_TRACE(fault.what);
         fault.arm();
         const auto started = Clock::now();
-        EXPECT_EQ(messageOf(fault.act), fault.expected);
+        EXPECT_EQ(testing::runtimeError(fault.act), fault.expected);
         EXPECT_LT(Clock::now() - started, std::chrono::seconds(30)) << "nothing may hang";
         heal();
         if (fault.heldUntilRetry) {
@@ -246,6 +238,33 @@ TEST_F(DriverOverSim, EachFaultEndsInTheDriversErrorWithNothingHungOrLeaked) {
         }
         releaseAndCheck();
     }
+}
+
+// The failed-take rule: each failed frame's request goes back to the wait queue by
+// itself, so more failures than the pool has requests never starve the stream.
+TEST_F(DriverOverSim, ContinuousGrabbingOutlivesMoreFailedFramesThanThePoolHolds) {
+    open();
+    constexpr int kFailed = 130;  // > the driver's 120 requests
+    rig->addFrameFault(0, FrameFault{FrameFault::Kind::Oversize, 0, kFailed});
+    camera->setMode(ImageType::Raw);
+    camera->initGrabContinuous();
+    cv::Mat image(camera->getRows(), camera->getCols(), CV_8UC1);
+    int failed = 0, delivered = 0;
+    const auto started = Clock::now();
+    while (delivered < 5 && Clock::now() - started < std::chrono::seconds(20)) {
+        const std::string message = testing::runtimeError([&] { camera->getNextImage(image, 1000); });
+        if (message == "<no RuntimeException>") {
+            EXPECT_GE(stampOf(image).frame, static_cast<std::uint32_t>(kFailed));
+            ++delivered;
+        } else {
+            ASSERT_EQ(message, "Failed to grab image from camera.") << "after " << failed << " failed frames";
+            ++failed;
+        }
+    }
+    camera->releaseGrabContinuous();
+    EXPECT_EQ(failed, kFailed);
+    EXPECT_EQ(delivered, 5) << "the stream starved";
+    EXPECT_EQ(rig->stats(0).lost, 0u) << "a frame found no waiting request";
 }
 
 TEST_F(DriverOverSim, HungCameraIsFoundThroughTheConnectionReset) {

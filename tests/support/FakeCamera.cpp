@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/Platform.h"
 
 namespace Tavri::testing {
 
@@ -21,32 +20,31 @@ FakeCamera::FakeCamera(std::vector<FakeCameraInfo> cameras, std::uint32_t width,
     installDefaults();
 }
 
-void FakeCamera::fail(const std::string& operation, Result code, int onCall) {
+void FakeCamera::fail(Operation operation, Result code, int onCall) {
     std::lock_guard<std::mutex> lock(mutex_);
-    faults_[operation] = {code, onCall};
+    faults_[indexOf(operation)] = std::make_pair(code, onCall);
 }
 
-void FakeCamera::heal(const std::string& operation) {
+void FakeCamera::heal(Operation operation) {
     std::lock_guard<std::mutex> lock(mutex_);
-    faults_.erase(operation);
+    faults_[indexOf(operation)].reset();
 }
 
-std::map<std::string, int> FakeCamera::callCounts() const {
+std::array<int, kOperationCount> FakeCamera::callCounts() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return calls_;
 }
 
-int FakeCamera::calls(const std::string& operation) const {
+int FakeCamera::calls(Operation operation) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = calls_.find(operation);
-    return found == calls_.end() ? 0 : found->second;
+    return calls_[indexOf(operation)];
 }
 
-bool FakeCamera::faulted(const std::string& operation, Result& code) {
-    const int call = ++calls_[operation];
-    const auto found = faults_.find(operation);
-    if (found == faults_.end()) return false;
-    const auto [result, onCall] = found->second;
+bool FakeCamera::faulted(Operation operation, Result& code) {
+    const int call = ++calls_[indexOf(operation)];
+    const auto& fault = faults_[indexOf(operation)];
+    if (!fault) return false;
+    const auto [result, onCall] = *fault;
     if (onCall != 0 && onCall != call) return false;
     code = result;
     return true;
@@ -66,13 +64,13 @@ bool FakeCamera::completeLocked(std::uint8_t fill, std::int64_t size) {
 int FakeCamera::complete(int count, std::uint8_t fill, std::int64_t size) {
     int done = 0;
     for (; done < count; ++done) {
-        EventHandle event;
+        CompletionEvent event;
         {
             std::lock_guard<std::mutex> lock(mutex_);
             if (!completeLocked(fill, size)) break;
             event = event_;
         }
-        platform::setEvent(event);
+        event.completed();
     }
     return done;
 }
@@ -110,21 +108,21 @@ int FakeCamera::liveRequests() const {
 
 void FakeCamera::installDefaults() {
     ON_CALL(*this, sdkInitialize(_)).WillByDefault(Invoke([this](std::uint32_t) -> Result {
-        FAKE_GUARD("sdkInitialize");
+        FAKE_GUARD(Operation::sdkInitialize);
         return 0;
     }));
     ON_CALL(*this, sdkTerminate()).WillByDefault(Invoke([this]() -> Result {
-        FAKE_GUARD("sdkTerminate");
+        FAKE_GUARD(Operation::sdkTerminate);
         return 0;
     }));
     ON_CALL(*this, sdkGetCameraCount(_)).WillByDefault(Invoke([this](std::uint32_t* count) -> Result {
-        FAKE_GUARD("sdkGetCameraCount");
+        FAKE_GUARD(Operation::sdkGetCameraCount);
         *count = static_cast<std::uint32_t>(cameras_.size());
         return 0;
     }));
     ON_CALL(*this, sdkGetCameraInfo(_, _, _))
         .WillByDefault(Invoke([this](CameraHandle camera, std::uint32_t index, CameraInfoRecord* record) -> Result {
-            FAKE_GUARD("sdkGetCameraInfo");
+            FAKE_GUARD(Operation::sdkGetCameraInfo);
             if (camera) index = static_cast<std::uint32_t>((reinterpret_cast<std::uintptr_t>(camera) - 0x1000) / 0x10);
             if (index >= cameras_.size()) return 1001;
             record->describe(cameras_[index].vendor, cameras_[index].model, cameras_[index].serial);
@@ -132,45 +130,45 @@ void FakeCamera::installDefaults() {
         }));
     ON_CALL(*this, sdkOpenCamera(_, _, _, _, _, _))
         .WillByDefault(Invoke([this](std::uint32_t index, CameraHandle* camera, void*, bool, void*, std::uint32_t) -> Result {
-            FAKE_GUARD("sdkOpenCamera");
+            FAKE_GUARD(Operation::sdkOpenCamera);
             if (index >= cameras_.size()) return 1002;
             *camera = cameraToken(index);
             ++openCameras_;
             return 0;
         }));
     ON_CALL(*this, sdkCloseCamera(_)).WillByDefault(Invoke([this](CameraHandle) -> Result {
-        FAKE_GUARD("sdkCloseCamera");
+        FAKE_GUARD(Operation::sdkCloseCamera);
         --openCameras_;
         return 0;
     }));
     ON_CALL(*this, sdkOpenStream(_, _, _, _, _))
         .WillByDefault(Invoke([this](CameraHandle, EventHandle event, std::uint32_t* payloadSize, StreamHandle* stream,
                                      std::uint32_t) -> Result {
-            FAKE_GUARD("sdkOpenStream");
-            event_ = event;
+            FAKE_GUARD(Operation::sdkOpenStream);
+            event_ = CompletionEvent(event);
             *payloadSize = payload();
             *stream = &streamToken_;
             ++openStreams_;
             return 0;
         }));
     ON_CALL(*this, sdkCloseStream(_)).WillByDefault(Invoke([this](StreamHandle) -> Result {
-        FAKE_GUARD("sdkCloseStream");
+        FAKE_GUARD(Operation::sdkCloseStream);
         --openStreams_;
         waiting_.clear();
         completed_.clear();
         return 0;
     }));
     ON_CALL(*this, sdkStartStream(_, _)).WillByDefault(Invoke([this](StreamHandle, std::uint32_t) -> Result {
-        FAKE_GUARD("sdkStartStream");
+        FAKE_GUARD(Operation::sdkStartStream);
         return 0;
     }));
     ON_CALL(*this, sdkStopStream(_)).WillByDefault(Invoke([this](StreamHandle) -> Result {
-        FAKE_GUARD("sdkStopStream");
+        FAKE_GUARD(Operation::sdkStopStream);
         return 0;
     }));
     ON_CALL(*this, sdkCreateRequest(_, _, _, _))
         .WillByDefault(Invoke([this](StreamHandle, void* buffer, std::uint32_t, RequestHandle* request) -> Result {
-            FAKE_GUARD("sdkCreateRequest");
+            FAKE_GUARD(Operation::sdkCreateRequest);
             RequestHandle handle = &requestTokens_[requestBuffers_.size() % requestTokens_.size()];
             while (requestBuffers_.count(handle)) handle = static_cast<int*>(handle) + 1;
             requestBuffers_[handle] = static_cast<std::uint8_t*>(buffer);
@@ -178,12 +176,12 @@ void FakeCamera::installDefaults() {
             return 0;
         }));
     ON_CALL(*this, sdkReleaseRequest(_, _)).WillByDefault(Invoke([this](StreamHandle, RequestHandle request) -> Result {
-        FAKE_GUARD("sdkReleaseRequest");
+        FAKE_GUARD(Operation::sdkReleaseRequest);
         requestBuffers_.erase(request);
         return 0;
     }));
     ON_CALL(*this, sdkEnqueueRequest(_, _)).WillByDefault(Invoke([this](StreamHandle, RequestHandle request) -> Result {
-        FAKE_GUARD("sdkEnqueueRequest");
+        FAKE_GUARD(Operation::sdkEnqueueRequest);
         if (!requestBuffers_.count(request)) return 1003;
         waiting_.push_back(request);
         return 0;
@@ -191,101 +189,103 @@ void FakeCamera::installDefaults() {
     ON_CALL(*this, sdkTakeCompletedRequest(_, _, _, _))
         .WillByDefault(Invoke([this](StreamHandle, RequestHandle* request, std::uint8_t** buffer,
                                      std::uint32_t* size) -> Result {
-            FAKE_GUARD("sdkTakeCompletedRequest");
-            if (completed_.empty()) return SdkResult::NoCompletedRequest;
+            FAKE_GUARD(Operation::sdkTakeCompletedRequest);
+            if (completed_.empty()) {
+                event_.settle(false);
+                return SdkResult::NoCompletedRequest;
+            }
             *request = completed_.front();
             completed_.pop_front();
             *buffer = requestBuffers_[*request];
             *size = completedSizes_[*request];
-            // One wait per take must find every image of a burst.
-            if (!completed_.empty()) platform::setEvent(event_);
+            event_.settle(!completed_.empty());
             return 0;
         }));
     ON_CALL(*this, sdkFlushWaitQueue(_)).WillByDefault(Invoke([this](StreamHandle) -> Result {
-        FAKE_GUARD("sdkFlushWaitQueue");
+        FAKE_GUARD(Operation::sdkFlushWaitQueue);
         waiting_.clear();
         return 0;
     }));
-    const auto getter = [this](const char* name, std::uint32_t value) {
+    const auto getter = [this](Operation name, std::uint32_t value) {
         return Invoke([this, name, value](CameraHandle, std::uint32_t* out) -> Result {
             FAKE_GUARD(name);
             *out = value;
             return 0;
         });
     };
-    ON_CALL(*this, sdkGetSensorWidth(_, _)).WillByDefault(getter("sdkGetSensorWidth", width_));
-    ON_CALL(*this, sdkGetSensorHeight(_, _)).WillByDefault(getter("sdkGetSensorHeight", height_));
-    ON_CALL(*this, sdkGetWidth(_, _)).WillByDefault(getter("sdkGetWidth", width_));
-    ON_CALL(*this, sdkGetHeight(_, _)).WillByDefault(getter("sdkGetHeight", height_));
-    const auto accept = [this](const char* name) {
+    ON_CALL(*this, sdkGetSensorWidth(_, _)).WillByDefault(getter(Operation::sdkGetSensorWidth, width_));
+    ON_CALL(*this, sdkGetSensorHeight(_, _)).WillByDefault(getter(Operation::sdkGetSensorHeight, height_));
+    ON_CALL(*this, sdkGetWidth(_, _)).WillByDefault(getter(Operation::sdkGetWidth, width_));
+    ON_CALL(*this, sdkGetHeight(_, _)).WillByDefault(getter(Operation::sdkGetHeight, height_));
+    const auto accept = [this](Operation name) {
         return Invoke([this, name](CameraHandle, std::uint32_t) -> Result {
             FAKE_GUARD(name);
             return 0;
         });
     };
-    ON_CALL(*this, sdkSetWidth(_, _)).WillByDefault(accept("sdkSetWidth"));
-    ON_CALL(*this, sdkSetHeight(_, _)).WillByDefault(accept("sdkSetHeight"));
-    ON_CALL(*this, sdkSetTriggerSequence(_, _)).WillByDefault(accept("sdkSetTriggerSequence"));
-    ON_CALL(*this, sdkSetTriggerSource(_, _)).WillByDefault(accept("sdkSetTriggerSource"));
+    ON_CALL(*this, sdkSetWidth(_, _)).WillByDefault(accept(Operation::sdkSetWidth));
+    ON_CALL(*this, sdkSetHeight(_, _)).WillByDefault(accept(Operation::sdkSetHeight));
+    ON_CALL(*this, sdkSetTriggerSequence(_, _)).WillByDefault(accept(Operation::sdkSetTriggerSequence));
+    ON_CALL(*this, sdkSetTriggerSource(_, _)).WillByDefault(accept(Operation::sdkSetTriggerSource));
     ON_CALL(*this, sdkSetPixelFormat(_, _)).WillByDefault(Invoke([this](CameraHandle, std::uint32_t format) -> Result {
-        FAKE_GUARD("sdkSetPixelFormat");
+        FAKE_GUARD(Operation::sdkSetPixelFormat);
         pixelFormat = format;
         return 0;
     }));
     ON_CALL(*this, sdkGetTriggerMode(_, _)).WillByDefault(Invoke([this](CameraHandle, bool* on) -> Result {
-        FAKE_GUARD("sdkGetTriggerMode");
+        FAKE_GUARD(Operation::sdkGetTriggerMode);
         *on = triggerMode;
         return 0;
     }));
     ON_CALL(*this, sdkSetTriggerMode(_, _)).WillByDefault(Invoke([this](CameraHandle, bool on) -> Result {
-        FAKE_GUARD("sdkSetTriggerMode");
+        FAKE_GUARD(Operation::sdkSetTriggerMode);
         triggerMode = on;
         return 0;
     }));
     ON_CALL(*this, sdkExecuteSoftwareTrigger(_)).WillByDefault(Invoke([this](CameraHandle) -> Result {
-        FAKE_GUARD("sdkExecuteSoftwareTrigger");
-        if (completeOnSoftwareTrigger && completeLocked(0x3C, -1)) platform::setEvent(event_);
+        FAKE_GUARD(Operation::sdkExecuteSoftwareTrigger);
+        if (completeOnSoftwareTrigger && completeLocked(0x3C, -1)) event_.completed();
         return 0;
     }));
     ON_CALL(*this, sdkGetTriggerActivation(_, _)).WillByDefault(Invoke([this](CameraHandle, std::uint32_t* out) -> Result {
-        FAKE_GUARD("sdkGetTriggerActivation");
+        FAKE_GUARD(Operation::sdkGetTriggerActivation);
         *out = activation;
         return 0;
     }));
     ON_CALL(*this, sdkSetTriggerActivation(_, _)).WillByDefault(Invoke([this](CameraHandle, std::uint32_t value) -> Result {
-        FAKE_GUARD("sdkSetTriggerActivation");
+        FAKE_GUARD(Operation::sdkSetTriggerActivation);
         activation = value;
         return 0;
     }));
-    const auto getDouble = [this](const char* name, double FakeCamera::*field) {
+    const auto getDouble = [this](Operation name, double FakeCamera::*field) {
         return Invoke([this, name, field](CameraHandle, double* out) -> Result {
             FAKE_GUARD(name);
             *out = this->*field;
             return 0;
         });
     };
-    const auto setDouble = [this](const char* name, double FakeCamera::*field) {
+    const auto setDouble = [this](Operation name, double FakeCamera::*field) {
         return Invoke([this, name, field](CameraHandle, double value) -> Result {
             FAKE_GUARD(name);
             this->*field = value;
             return 0;
         });
     };
-    ON_CALL(*this, sdkGetExposureTime(_, _)).WillByDefault(getDouble("sdkGetExposureTime", &FakeCamera::exposure));
-    ON_CALL(*this, sdkSetExposureTime(_, _)).WillByDefault(setDouble("sdkSetExposureTime", &FakeCamera::exposure));
-    ON_CALL(*this, sdkGetGain(_, _)).WillByDefault(getDouble("sdkGetGain", &FakeCamera::gain));
-    ON_CALL(*this, sdkSetGain(_, _)).WillByDefault(setDouble("sdkSetGain", &FakeCamera::gain));
-    ON_CALL(*this, sdkGetBlackLevel(_, _)).WillByDefault(getDouble("sdkGetBlackLevel", &FakeCamera::blackLevel));
-    ON_CALL(*this, sdkSetBlackLevel(_, _)).WillByDefault(setDouble("sdkSetBlackLevel", &FakeCamera::blackLevel));
+    ON_CALL(*this, sdkGetExposureTime(_, _)).WillByDefault(getDouble(Operation::sdkGetExposureTime, &FakeCamera::exposure));
+    ON_CALL(*this, sdkSetExposureTime(_, _)).WillByDefault(setDouble(Operation::sdkSetExposureTime, &FakeCamera::exposure));
+    ON_CALL(*this, sdkGetGain(_, _)).WillByDefault(getDouble(Operation::sdkGetGain, &FakeCamera::gain));
+    ON_CALL(*this, sdkSetGain(_, _)).WillByDefault(setDouble(Operation::sdkSetGain, &FakeCamera::gain));
+    ON_CALL(*this, sdkGetBlackLevel(_, _)).WillByDefault(getDouble(Operation::sdkGetBlackLevel, &FakeCamera::blackLevel));
+    ON_CALL(*this, sdkSetBlackLevel(_, _)).WillByDefault(setDouble(Operation::sdkSetBlackLevel, &FakeCamera::blackLevel));
     ON_CALL(*this, sdkGetBalanceRatio(_, _, _))
         .WillByDefault(Invoke([this](CameraHandle, std::uint32_t selector, double* out) -> Result {
-            FAKE_GUARD("sdkGetBalanceRatio");
+            FAKE_GUARD(Operation::sdkGetBalanceRatio);
             *out = selector == 1 ? red : blue;
             return 0;
         }));
     ON_CALL(*this, sdkSetBalanceRatio(_, _, _))
         .WillByDefault(Invoke([this](CameraHandle, std::uint32_t selector, double value) -> Result {
-            FAKE_GUARD("sdkSetBalanceRatio");
+            FAKE_GUARD(Operation::sdkSetBalanceRatio);
             if (balanceStep > 0) value = std::round(value / balanceStep) * balanceStep;
             (selector == 1 ? red : blue) = value;
             return 0;

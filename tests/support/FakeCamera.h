@@ -1,17 +1,20 @@
 #pragma once
 // A camera behind MockTeliSdk: default actions keep the state a real SDK keeps
 // (cameras, stream, wait and completed queues, stored feature values), so tests can
-// add ordered expectations on top, inject failures by operation name, and complete
+// add ordered expectations on top, inject failures by operation, and complete
 // requests from a thread of their own as a camera does.
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "sdk/CompletionEvent.h"
 #include "tests/support/MockTeliSdk.h"
 
 namespace Tavri::testing {
@@ -28,12 +31,12 @@ public:
     explicit FakeCamera(std::vector<FakeCameraInfo> cameras = {{"Toshiba Teli", "BU1203MC", "CAM0"}},
                         std::uint32_t width = 8, std::uint32_t height = 4);
 
-    // Makes `operation` (e.g. "sdkOpenCamera") return `code`: on every call when
-    // `onCall` is 0, otherwise only on its onCall-th call (counted from 1).
-    void fail(const std::string& operation, Result code, int onCall = 0);
-    void heal(const std::string& operation);
-    std::map<std::string, int> callCounts() const;
-    int calls(const std::string& operation) const;
+    // Makes `operation` return `code`: on every call when `onCall` is 0, otherwise
+    // only on its onCall-th call (counted from 1).
+    void fail(Operation operation, Result code, int onCall = 0);
+    void heal(Operation operation);
+    std::array<int, kOperationCount> callCounts() const;
+    int calls(Operation operation) const;
 
     // Moves up to `count` waiting requests to the completed side, each filled with
     // `fill` and reporting `size` bytes (-1: the payload size), signalling the event
@@ -59,7 +62,7 @@ public:
     bool completeOnSoftwareTrigger = false;
 
 private:
-    bool faulted(const std::string& operation, Result& code);
+    bool faulted(Operation operation, Result& code);
     // Completes one waiting request; the caller holds the lock and signals `event_`.
     bool completeLocked(std::uint8_t fill, std::int64_t size);
     void installDefaults();
@@ -67,12 +70,12 @@ private:
     std::vector<FakeCameraInfo> cameras_;
     std::uint32_t width_, height_;
     mutable std::mutex mutex_;
-    std::map<std::string, std::pair<Result, int>> faults_;
-    std::map<std::string, int> calls_;
+    std::array<std::optional<std::pair<Result, int>>, kOperationCount> faults_{};
+    std::array<int, kOperationCount> calls_{};
     std::map<RequestHandle, std::uint8_t*> requestBuffers_;
     std::map<RequestHandle, std::uint32_t> completedSizes_;
     std::deque<RequestHandle> waiting_, completed_;
-    EventHandle event_ = nullptr;
+    CompletionEvent event_;
     int openCameras_ = 0, openStreams_ = 0;
     int streamToken_ = 0;
     std::vector<int> requestTokens_;

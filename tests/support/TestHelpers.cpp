@@ -4,18 +4,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "TavriCommon/Exceptions.h"
 
 namespace Tavri::testing {
-
-std::string runtimeError(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const RuntimeException& error) {
-        return error.what();
-    }
-    return "<no RuntimeException>";
-}
 
 std::string mappingPermissions(const void* address) {
     std::ifstream maps("/proc/self/maps");

@@ -15,8 +15,8 @@ using ::testing::Return;
 TEST(RequestQueueTest, CountsOutsideThePoolAreRefusedBeforeAnySdkCall) {
     DriverFixture f;
     f.open();
-    const int before = f.sdk.calls("sdkFlushWaitQueue") + f.sdk.calls("sdkEnqueueRequest") +
-                       f.sdk.calls("sdkStartStream") + f.sdk.calls("sdkTakeCompletedRequest");
+    const int before = f.sdk.calls(Operation::sdkFlushWaitQueue) + f.sdk.calls(Operation::sdkEnqueueRequest) +
+                       f.sdk.calls(Operation::sdkStartStream) + f.sdk.calls(Operation::sdkTakeCompletedRequest);
     for (int count : {-1, 121, 1000}) {
         EXPECT_NE(runtimeError([&] { f.camera->enqueue(count); }).find("the pool holds 0 to 120"), std::string::npos);
         EXPECT_NE(runtimeError([&] { f.camera->startStream(count); }).find("the pool holds 0 to 120"),
@@ -25,8 +25,8 @@ TEST(RequestQueueTest, CountsOutsideThePoolAreRefusedBeforeAnySdkCall) {
     f.camera->dequeue(0);
     f.camera->dequeue(-5);
     f.camera->enqueue(0);
-    EXPECT_EQ(f.sdk.calls("sdkFlushWaitQueue") + f.sdk.calls("sdkEnqueueRequest") + f.sdk.calls("sdkStartStream") +
-                  f.sdk.calls("sdkTakeCompletedRequest"),
+    EXPECT_EQ(f.sdk.calls(Operation::sdkFlushWaitQueue) + f.sdk.calls(Operation::sdkEnqueueRequest) + f.sdk.calls(Operation::sdkStartStream) +
+                  f.sdk.calls(Operation::sdkTakeCompletedRequest),
               before);
 }
 
@@ -55,21 +55,21 @@ TEST(RequestQueueTest, StartAndStopFlushDrainAndQueueFromThePoolsStart) {
 TEST(RequestQueueTest, StopFailureThrowsBeforeFlushAndZeroStreamOnlyFlushes) {
     DriverFixture f;
     f.open();
-    f.sdk.fail("sdkStopStream", 6);
-    const int flushes = f.sdk.calls("sdkFlushWaitQueue");
+    f.sdk.fail(Operation::sdkStopStream, 6);
+    const int flushes = f.sdk.calls(Operation::sdkFlushWaitQueue);
     EXPECT_EQ(runtimeError([&] { f.camera->stopStream(120); }), "Failed to stop camera stream.");
-    EXPECT_EQ(f.sdk.calls("sdkFlushWaitQueue"), flushes);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkFlushWaitQueue), flushes);
 
     StreamHandle stream = f.camera->streamHandle;
     f.camera->streamHandle = nullptr;
     f.camera->stopStream(1);
     f.camera->streamHandle = stream;
-    EXPECT_EQ(f.sdk.calls("sdkStopStream"), 1);
-    EXPECT_EQ(f.sdk.calls("sdkFlushWaitQueue"), flushes + 1);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkStopStream), 1);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkFlushWaitQueue), flushes + 1);
 
-    f.sdk.fail("sdkEnqueueRequest", 6, 4);
+    f.sdk.fail(Operation::sdkEnqueueRequest, 6, 4);
     EXPECT_EQ(runtimeError([&] { f.camera->startStream(10); }), "Failed to enqueue camera stream request #3");
-    f.sdk.fail("sdkStartStream", 6);
+    f.sdk.fail(Operation::sdkStartStream, 6);
     EXPECT_EQ(runtimeError([&] { f.camera->startStream(10); }), "Failed to start camera stream.");
 }
 
@@ -102,7 +102,7 @@ TEST(GrabTest, ImageTypeAndSizeFollowTheColourMode) {
         EXPECT_EQ(image.cols, 8);
         EXPECT_TRUE(image.isContinuous());
         EXPECT_EQ(cv::countNonZero(image.reshape(1) != 0x42), 0) << "every byte comes from the payload";
-        EXPECT_EQ(f.sdk.calls("sdkStopStream"), 1) << "a grab leaves the stream stopped";
+        EXPECT_EQ(f.sdk.calls(Operation::sdkStopStream), 1) << "a grab leaves the stream stopped";
         const std::vector<std::string> dropped = f.log->texts(3);
         // Gray and raw images are smaller than the colour-sized payload: the surplus is reported.
         EXPECT_EQ(dropped.size(), c.type == CV_8UC1 ? 1u : 0u);
@@ -189,12 +189,12 @@ TEST(ContinuousGrabTest, SoftwareTriggerAndRequeueFailures) {
     f.camera->setCameraTriggerSoftware();
     f.camera->initGrabContinuous();
     cv::Mat image(4, 8, CV_8UC1);
-    f.sdk.fail("sdkExecuteSoftwareTrigger", 3);
+    f.sdk.fail(Operation::sdkExecuteSoftwareTrigger, 3);
     EXPECT_EQ(runtimeError([&] { f.camera->getNextImage(image, 10); }),
               "Failed to send software trigger signal to camera");
-    f.sdk.heal("sdkExecuteSoftwareTrigger");
+    f.sdk.heal(Operation::sdkExecuteSoftwareTrigger);
     f.sdk.complete(1, 0x31);
-    f.sdk.fail("sdkEnqueueRequest", 3);
+    f.sdk.fail(Operation::sdkEnqueueRequest, 3);
     EXPECT_EQ(runtimeError([&] { f.camera->getNextImage(image, 10); }),
               "Failed to re-enqueue image stream request on camera.");
     EXPECT_EQ(image.at<std::uint8_t>(0, 0), 0x31) << "the image was copied before the re-queue";

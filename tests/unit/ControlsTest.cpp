@@ -12,8 +12,8 @@ using ::testing::Return;
 TEST(TriggerTest, EverySdkFailureIsLoggedInOrderAndTheFlagFollowsTheRequest) {
     DriverFixture f;
     f.open();
-    for (const char* op : {"sdkSetTriggerMode", "sdkSetTriggerSource", "sdkSetTriggerActivation",
-                           "sdkSetTriggerSequence"})
+    for (Operation op : {Operation::sdkSetTriggerMode, Operation::sdkSetTriggerSource,
+                         Operation::sdkSetTriggerActivation, Operation::sdkSetTriggerSequence})
         f.sdk.fail(op, 12);
 
     f.camera->softwareTrigger = true;
@@ -61,9 +61,9 @@ TEST(NumericControlTest, ReadBackLinesShowWhatTheCameraKept) {
     f.camera->setRedBalance(1.28);
     f.camera->setBlueBalance(1.5);
     f.camera->setBlackLevel(3.14159);
-    f.sdk.fail("sdkSetBlackLevel", 4);
+    f.sdk.fail(Operation::sdkSetBlackLevel, 4);
     f.camera->setBlackLevel(99.0);
-    f.sdk.fail("sdkGetBalanceRatio", 4);  // fails without writing
+    f.sdk.fail(Operation::sdkGetBalanceRatio, 4);  // fails without writing
     f.camera->setRedBalance(2.0);
     f.camera->setExposureTime(8333.5);
     f.camera->setExposureTime(0.0);
@@ -80,7 +80,7 @@ TEST(NumericControlTest, ReadBackLinesShowWhatTheCameraKept) {
     EXPECT_EQ(f.log->texts(3), std::vector<std::string>{"Failed to set new black level"});
     EXPECT_EQ(f.sdk.exposure, 0.0) << "the zero guard is not here";
 
-    f.sdk.fail("sdkSetExposureTime", 4);
+    f.sdk.fail(Operation::sdkSetExposureTime, 4);
     f.log->clear();
     EXPECT_EQ(runtimeError([&] { f.camera->setExposureTime(100.0); }), "Failed to set camera exposure");
     EXPECT_TRUE(f.log->texts().empty());
@@ -122,8 +122,8 @@ TEST(GeometryTest, SizesComeFromTheCameraAndFailuresThrow) {
     EXPECT_EQ(f.camera->getCols(), 1920) << "success without a value leaves the preset";
     EXPECT_EQ(f.camera->getRows(), 1200);
 
-    f.sdk.fail("sdkGetWidth", 3);
-    f.sdk.fail("sdkGetHeight", 3);
+    f.sdk.fail(Operation::sdkGetWidth, 3);
+    f.sdk.fail(Operation::sdkGetHeight, 3);
     EXPECT_EQ(runtimeError([&] { f.camera->getCols(); }), "Could not get number of camera columns");
     EXPECT_EQ(runtimeError([&] { f.camera->getRows(); }), "Could not get number of camera rows.");
     EXPECT_TRUE(f.log->texts().empty());

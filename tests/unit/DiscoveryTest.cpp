@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "tests/unit/DriverProbe.h"
 
 namespace Tavri::testing {
@@ -34,7 +36,7 @@ TEST(DiscoveryTest, SerialMatchingIsExact) {
         if (c.openedIndex < 0) {
             EXPECT_EQ(runtimeError([&] { f.camera->initializeCamera(c.wanted); }),
                       std::string("Failed to locate a camera with serial number ") + c.wanted);
-            EXPECT_EQ(f.sdk.calls("sdkOpenCamera"), 0);
+            EXPECT_EQ(f.sdk.calls(Operation::sdkOpenCamera), 0);
         } else {
             EXPECT_CALL(f.sdk, sdkOpenCamera(static_cast<std::uint32_t>(c.openedIndex), _, _, _, _, _));
             f.camera->initializeCamera(c.wanted);
@@ -123,38 +125,38 @@ TEST(DiscoveryTest, ListSkipsUnreadableCamerasAndNeverResets) {
     EXPECT_EQ(cameras[1].serialNumber, "S2");
     EXPECT_EQ(cameras[1].vendor, "Teli");
     EXPECT_EQ(cameras[1].model, "DU");
-    EXPECT_EQ(f.sdk.calls("sdkOpenCamera"), 0);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkOpenCamera), 0);
     EXPECT_TRUE(f.log->texts().empty());
 
-    f.sdk.fail("sdkGetCameraCount", 8);
+    f.sdk.fail(Operation::sdkGetCameraCount, 8);
     EXPECT_EQ(runtimeError([&] { f.camera->getInfoInternalCameras(); }), "Failed to get number of internal cameras");
     EXPECT_EQ(runtimeError([&] { f.camera->initializeCamera("S0"); }), "Failed to get number of cameras");
 
     DriverFixture none(std::vector<FakeCameraInfo>{});
     EXPECT_TRUE(none.camera->getInfoInternalCameras().empty());
-    EXPECT_EQ(none.sdk.calls("sdkGetCameraInfo"), 0);
+    EXPECT_EQ(none.sdk.calls(Operation::sdkGetCameraInfo), 0);
 }
 
 TEST(ConnectionTest, ChecksByHandleWhenOpenAndByIndexOtherwise) {
     struct Case {
         bool open;
-        const char* failing;  // operation made to fail, or null
+        std::optional<Operation> failing;  // operation made to fail
         bool attached;
         bool expected;
         std::vector<std::string> lines;
     };
     const Case cases[] = {
-        {true, nullptr, true, true, {}},
-        {true, "sdkGetCameraInfo", true, false, {"Failed to get camera info"}},
-        {false, nullptr, true, true, {}},
-        {false, nullptr, false, false, {"Failed to get number of cameras."}},
-        {false, "sdkGetCameraCount", true, false, {"Failed to get number of cameras."}},
+        {true, std::nullopt, true, true, {}},
+        {true, Operation::sdkGetCameraInfo, true, false, {"Failed to get camera info"}},
+        {false, std::nullopt, true, true, {}},
+        {false, std::nullopt, false, false, {"Failed to get number of cameras."}},
+        {false, Operation::sdkGetCameraCount, true, false, {"Failed to get number of cameras."}},
     };
     for (const auto& c : cases) {
         DriverFixture f(c.attached ? std::vector<FakeCameraInfo>{{"V", "M", "CAM0"}} : std::vector<FakeCameraInfo>{});
         if (c.open) f.open();
-        const int countsBefore = f.sdk.calls("sdkGetCameraCount");
-        if (c.failing) f.sdk.fail(c.failing, 19);
+        const int countsBefore = f.sdk.calls(Operation::sdkGetCameraCount);
+        if (c.failing) f.sdk.fail(*c.failing, 19);
         for (int poll = 0; poll < 2; ++poll) {
             EXPECT_EQ(f.camera->isConnected(), c.expected);
             EXPECT_EQ(f.camera->checkPresence(), c.expected);
@@ -163,9 +165,9 @@ TEST(ConnectionTest, ChecksByHandleWhenOpenAndByIndexOtherwise) {
         for (int i = 0; i < 4; ++i) expectedLines.insert(expectedLines.end(), c.lines.begin(), c.lines.end());
         EXPECT_EQ(f.log->texts(1), expectedLines);
         if (c.open) {
-            EXPECT_EQ(f.sdk.calls("sdkGetCameraCount"), countsBefore) << "an open camera is not counted";
+            EXPECT_EQ(f.sdk.calls(Operation::sdkGetCameraCount), countsBefore) << "an open camera is not counted";
         }
-        f.sdk.heal("sdkGetCameraInfo");
+        f.sdk.heal(Operation::sdkGetCameraInfo);
         f.camera->releaseCamera();
     }
 }

@@ -1,10 +1,10 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
 #include "TavriCommon/Exceptions.h"
 #include "platform/Platform.h"
+#include "platform/PluginLibrary.h"
 #include "sdk/Backends.h"
 #include "tests/unit/DriverProbe.h"
 
@@ -77,11 +77,11 @@ TEST(CameraObjectTest, StartsEmptyAndDestructionLeavesAnOpenCameraAlone) {
     // An initialised camera destroyed without release keeps its SDK resources.
     DriverFixture f;
     f.open();
-    const int callsBefore = f.sdk.calls("sdkCloseCamera") + f.sdk.calls("sdkCloseStream");
+    const int callsBefore = f.sdk.calls(Operation::sdkCloseCamera) + f.sdk.calls(Operation::sdkCloseStream);
     EventHandle event = f.camera->imageEvent;
     std::uint8_t* block = f.camera->requestBuffer;
     f.camera.reset();
-    EXPECT_EQ(f.sdk.calls("sdkCloseCamera") + f.sdk.calls("sdkCloseStream"), callsBefore);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkCloseCamera) + f.sdk.calls(Operation::sdkCloseStream), callsBefore);
     EXPECT_EQ(f.sdk.openCameras(), 1);
     EXPECT_TRUE(isMapped(block));
     platform::closeEvent(event);  // what the host's release would have given back
@@ -90,14 +90,11 @@ TEST(CameraObjectTest, StartsEmptyAndDestructionLeavesAnOpenCameraAlone) {
 
 // The plug-in as the platform loads it: by path, entry points by name.
 TEST(PluginLoaderTest, ResolvesEntryPointsAndReportsAMissingBackend) {
-    void* plugin = dlopen(TAVRI_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(plugin, nullptr) << dlerror();
-    auto initialize = reinterpret_cast<TavriInitializeDriverFn>(dlsym(plugin, "initializeDriver"));
-    auto create = reinterpret_cast<TavriCreateCameraFn>(dlsym(plugin, "createCamera"));
-    auto release = reinterpret_cast<TavriReleaseDriverFn>(dlsym(plugin, "releaseDriver"));
-    ASSERT_NE(initialize, nullptr);
-    ASSERT_NE(create, nullptr);
-    ASSERT_NE(release, nullptr);
+    const platform::PluginLibrary plugin(TAVRI_PLUGIN_PATH);
+    const platform::DriverEntryPoints driver(plugin);
+    const std::string missing = runtimeError([&] { plugin.entryPoint<void (*)()>("noSuchEntryPoint"); });
+    EXPECT_NE(missing.find("plug-in '" TAVRI_PLUGIN_PATH "' has no entry point 'noSuchEntryPoint'"), std::string::npos)
+        << missing;
 
     struct Case {
         const char* backend;
@@ -109,17 +106,11 @@ TEST(PluginLoaderTest, ResolvesEntryPointsAndReportsAMissingBackend) {
 #endif
          }) {
         ::setenv("TAVRI_TELI_SDK", c.backend, 1);
-        std::string message = "<nothing thrown>";
-        try {
-            initialize();
-        } catch (const std::exception& error) {
-            message = error.what();
-        }
+        const std::string message = runtimeError([&] { driver.initializeDriver(); });
         EXPECT_NE(message.find(c.error), std::string::npos) << message;
     }
     ::unsetenv("TAVRI_TELI_SDK");
-    release();  // no backend was started: nothing to stop, nothing thrown
-    dlclose(plugin);
+    driver.releaseDriver();  // no backend was started: nothing to stop, nothing thrown
 }
 
 }  // namespace

@@ -79,7 +79,7 @@ std::vector<Scenario> scenarios() {
     };
 }
 
-std::map<std::pair<std::string, std::string>, Outcome> expectedOutcomes() {
+std::map<std::pair<std::string, Operation>, Outcome> expectedOutcomes() {
     std::vector<std::string> releaseRequestLines;
     for (int i = 0; i < 120; ++i)
         releaseRequestLines.push_back("Failed to release ImageRequest #" + std::to_string(i) + " from camera queue");
@@ -93,93 +93,92 @@ std::map<std::pair<std::string, std::string>, Outcome> expectedOutcomes() {
     const Outcome trigger{"Failed to send software trigger signal to camera", {}};
     const Outcome take{"Failed to grab image from camera.", {}};
     return {
-        {{"open", "sdkGetCameraCount"}, {"Failed to get number of cameras", {}}},
-        {{"open", "sdkGetCameraInfo"}, {"Failed to locate a camera with serial number CAM0", {}}},
-        {{"open", "sdkOpenCamera"}, {"Failed to open camera.", {}}},
-        {{"open", "sdkOpenStream"}, {"Failed to open camera stream", {}}},
-        {{"open", "sdkSetTriggerMode"}, {"", {"Failed to set camera trigger mode"}}},
-        {{"open", "sdkSetTriggerSource"}, {"", {"Failed to set camera trigger source"}}},
-        {{"open", "sdkSetTriggerActivation"}, {"", {"Failed to set camera trigger activation"}}},
-        {{"open", "sdkSetTriggerSequence"}, {"", {"Failed to set camera trigger sequence"}}},
-        {{"open", "sdkGetSensorWidth"}, {"", {"Failed to get sensor width"}}},
-        {{"open", "sdkSetWidth"}, {"", {"Failed to set image width"}}},
-        {{"open", "sdkGetSensorHeight"}, {"", {"Failed to get sensor height"}}},
-        {{"open", "sdkSetHeight"}, {"", {"Failed to set image height"}}},
-        {{"open", "sdkCreateRequest"}, {"Failed to create camera stream request #0", {}}},
-        {{"open", "sdkSetBalanceRatio"}, ignored},
-        {{"open", "sdkSetExposureTime"}, {"Failed to set camera exposure", {}}},
-        {{"open", "sdkSetPixelFormat"}, ignored},
+        {{"open", Operation::sdkGetCameraCount}, {"Failed to get number of cameras", {}}},
+        {{"open", Operation::sdkGetCameraInfo}, {"Failed to locate a camera with serial number CAM0", {}}},
+        {{"open", Operation::sdkOpenCamera}, {"Failed to open camera.", {}}},
+        {{"open", Operation::sdkOpenStream}, {"Failed to open camera stream", {}}},
+        {{"open", Operation::sdkSetTriggerMode}, {"", {"Failed to set camera trigger mode"}}},
+        {{"open", Operation::sdkSetTriggerSource}, {"", {"Failed to set camera trigger source"}}},
+        {{"open", Operation::sdkSetTriggerActivation}, {"", {"Failed to set camera trigger activation"}}},
+        {{"open", Operation::sdkSetTriggerSequence}, {"", {"Failed to set camera trigger sequence"}}},
+        {{"open", Operation::sdkGetSensorWidth}, {"", {"Failed to get sensor width"}}},
+        {{"open", Operation::sdkSetWidth}, {"", {"Failed to set image width"}}},
+        {{"open", Operation::sdkGetSensorHeight}, {"", {"Failed to get sensor height"}}},
+        {{"open", Operation::sdkSetHeight}, {"", {"Failed to set image height"}}},
+        {{"open", Operation::sdkCreateRequest}, {"Failed to create camera stream request #0", {}}},
+        {{"open", Operation::sdkSetBalanceRatio}, ignored},
+        {{"open", Operation::sdkSetExposureTime}, {"Failed to set camera exposure", {}}},
+        {{"open", Operation::sdkSetPixelFormat}, ignored},
 
-        {{"release", "sdkFlushWaitQueue"}, {"", {"Failed to flush camera wait queue"}}},
-        {{"release", "sdkTakeCompletedRequest"}, ignored},
-        {{"release", "sdkReleaseRequest"}, {"", releaseRequestLines}},
-        {{"release", "sdkCloseStream"}, {"", {"Failed to close image stream"}}},
-        {{"release", "sdkCloseCamera"}, {"", {"Failed to close camera"}}},
+        {{"release", Operation::sdkFlushWaitQueue}, {"", {"Failed to flush camera wait queue"}}},
+        {{"release", Operation::sdkTakeCompletedRequest}, ignored},
+        {{"release", Operation::sdkReleaseRequest}, {"", releaseRequestLines}},
+        {{"release", Operation::sdkCloseStream}, {"", {"Failed to close image stream"}}},
+        {{"release", Operation::sdkCloseCamera}, {"", {"Failed to close camera"}}},
 
-        {{"settings", "sdkGetExposureTime"}, ignored},
-        {{"settings", "sdkGetGain"}, ignored},
-        {{"settings", "sdkGetBlackLevel"}, ignored},
-        {{"settings", "sdkGetBalanceRatio"}, ignored},
-        {{"settings", "sdkGetTriggerMode"}, ignored},
-        {{"settings", "sdkGetTriggerActivation"}, ignored},
+        {{"settings", Operation::sdkGetExposureTime}, ignored},
+        {{"settings", Operation::sdkGetGain}, ignored},
+        {{"settings", Operation::sdkGetBlackLevel}, ignored},
+        {{"settings", Operation::sdkGetBalanceRatio}, ignored},
+        {{"settings", Operation::sdkGetTriggerMode}, ignored},
+        {{"settings", Operation::sdkGetTriggerActivation}, ignored},
 
-        {{"update", "sdkSetExposureTime"}, {"Failed to set camera exposure", {}}},
-        {{"update", "sdkSetGain"}, ignored},
-        {{"update", "sdkSetBlackLevel"}, {"", {"Failed to set new black level"}}},
-        {{"update", "sdkGetBlackLevel"}, ignored},
-        {{"update", "sdkSetBalanceRatio"}, ignored},
-        {{"update", "sdkGetBalanceRatio"}, ignored},
-        {{"update", "sdkSetTriggerMode"}, {"", {"Failed to set camera trigger mode"}}},
-        {{"update", "sdkSetTriggerSource"}, {"", {"Failed to set camera trigger source"}}},
-        {{"update", "sdkSetTriggerActivation"}, ignored},
+        {{"update", Operation::sdkSetExposureTime}, {"Failed to set camera exposure", {}}},
+        {{"update", Operation::sdkSetGain}, ignored},
+        {{"update", Operation::sdkSetBlackLevel}, {"", {"Failed to set new black level"}}},
+        {{"update", Operation::sdkGetBlackLevel}, ignored},
+        {{"update", Operation::sdkSetBalanceRatio}, ignored},
+        {{"update", Operation::sdkGetBalanceRatio}, ignored},
+        {{"update", Operation::sdkSetTriggerMode}, {"", {"Failed to set camera trigger mode"}}},
+        {{"update", Operation::sdkSetTriggerSource}, {"", {"Failed to set camera trigger source"}}},
+        {{"update", Operation::sdkSetTriggerActivation}, ignored},
 
-        {{"grab", "sdkGetWidth"}, cols},
-        {{"grab", "sdkGetHeight"}, rows},
-        {{"grab", "sdkFlushWaitQueue"}, flushTwice},
-        {{"grab", "sdkTakeCompletedRequest"}, take},
-        {{"grab", "sdkEnqueueRequest"}, firstEnqueue},
-        {{"grab", "sdkStartStream"}, streamStart},
-        {{"grab", "sdkExecuteSoftwareTrigger"}, trigger},
-        {{"grab", "sdkStopStream"}, streamStop},
+        {{"grab", Operation::sdkGetWidth}, cols},
+        {{"grab", Operation::sdkGetHeight}, rows},
+        {{"grab", Operation::sdkFlushWaitQueue}, flushTwice},
+        {{"grab", Operation::sdkTakeCompletedRequest}, take},
+        {{"grab", Operation::sdkEnqueueRequest}, firstEnqueue},
+        {{"grab", Operation::sdkStartStream}, streamStart},
+        {{"grab", Operation::sdkExecuteSoftwareTrigger}, trigger},
+        {{"grab", Operation::sdkStopStream}, streamStop},
 
-        {{"continuous", "sdkFlushWaitQueue"}, flushTwice},
-        {{"continuous", "sdkTakeCompletedRequest"}, take},
-        {{"continuous", "sdkEnqueueRequest"}, firstEnqueue},
-        {{"continuous", "sdkStartStream"}, streamStart},
-        {{"continuous", "sdkExecuteSoftwareTrigger"}, trigger},
-        {{"continuous", "sdkStopStream"}, streamStop},
+        {{"continuous", Operation::sdkFlushWaitQueue}, flushTwice},
+        {{"continuous", Operation::sdkTakeCompletedRequest}, take},
+        {{"continuous", Operation::sdkEnqueueRequest}, firstEnqueue},
+        {{"continuous", Operation::sdkStartStream}, streamStart},
+        {{"continuous", Operation::sdkExecuteSoftwareTrigger}, trigger},
+        {{"continuous", Operation::sdkStopStream}, streamStop},
 
-        {{"sequence", "sdkGetHeight"}, rows},
-        {{"sequence", "sdkGetWidth"}, cols},
-        {{"sequence", "sdkFlushWaitQueue"}, flushTwice},
-        {{"sequence", "sdkTakeCompletedRequest"}, {"", {"An unknown error occured"}}},
-        {{"sequence", "sdkEnqueueRequest"}, firstEnqueue},
-        {{"sequence", "sdkStartStream"}, streamStart},
-        {{"sequence", "sdkStopStream"}, streamStop},
+        {{"sequence", Operation::sdkGetHeight}, rows},
+        {{"sequence", Operation::sdkGetWidth}, cols},
+        {{"sequence", Operation::sdkFlushWaitQueue}, flushTwice},
+        {{"sequence", Operation::sdkTakeCompletedRequest}, {"", {"An unknown error occured"}}},
+        {{"sequence", Operation::sdkEnqueueRequest}, firstEnqueue},
+        {{"sequence", Operation::sdkStartStream}, streamStart},
+        {{"sequence", Operation::sdkStopStream}, streamStop},
     };
 }
 
 // The operations whose call count `action` raises.
-std::set<std::string> operationsCalledBy(const Scenario& scenario) {
+std::set<Operation> operationsCalledBy(const Scenario& scenario) {
     DriverFixture f;
     scenario.setup(f);
     const auto before = f.sdk.callCounts();
     scenario.action(f);
-    std::set<std::string> called;
-    for (const auto& [operation, count] : f.sdk.callCounts()) {
-        const auto found = before.find(operation);
-        if (count > (found == before.end() ? 0 : found->second)) called.insert(operation);
-    }
+    const auto after = f.sdk.callCounts();
+    std::set<Operation> called;
+    for (std::size_t i = 0; i < kOperationCount; ++i)
+        if (after[i] > before[i]) called.insert(static_cast<Operation>(i));
     return called;
 }
 
 TEST(FaultSweepTest, EveryFailingCallEndsInItsPromisedOutcome) {
     const auto expected = expectedOutcomes();
-    std::set<std::pair<std::string, std::string>> swept;
+    std::set<std::pair<std::string, Operation>> swept;
     int outcomesChecked = 0;
     for (const Scenario& scenario : scenarios()) {
-        for (const std::string& operation : operationsCalledBy(scenario)) {
-            SCOPED_TRACE(scenario.name + " / " + operation);
+        for (const Operation operation : operationsCalledBy(scenario)) {
+            SCOPED_TRACE(scenario.name + " / " + nameOf(operation));
             const auto found = expected.find({scenario.name, operation});
             ASSERT_NE(found, expected.end()) << "no promised outcome for this call site";
             swept.insert(found->first);
@@ -200,7 +199,7 @@ TEST(FaultSweepTest, EveryFailingCallEndsInItsPromisedOutcome) {
         }
     }
     for (const auto& [site, outcome] : expected)
-        EXPECT_TRUE(swept.count(site)) << site.first << " / " << site.second << " was never called";
+        EXPECT_TRUE(swept.count(site)) << site.first << " / " << nameOf(site.second) << " was never called";
     RecordProperty("call_sites_failed", static_cast<int>(swept.size()));
     RecordProperty("outcomes_checked", outcomesChecked);
     std::cout << "fault sweep: " << swept.size() << " call sites failed, " << outcomesChecked

@@ -44,7 +44,7 @@ TEST(GrabSequenceTest, WorkerCollectsExternallyTriggeredImages) {
         const std::int64_t imageBytes = 8 * 4 * (c.mode == ImageType::Color ? 3 : 1);
         f.log->clear();
         if (c.delivery == Delivery::FailingTakeAtFive)
-            f.sdk.fail("sdkTakeCompletedRequest", 9, f.sdk.calls("sdkTakeCompletedRequest") + 2 + 5);
+            f.sdk.fail(Operation::sdkTakeCompletedRequest, 9, f.sdk.calls(Operation::sdkTakeCompletedRequest) + 2 + 5);
         if (c.delivery == Delivery::Burst) {
             // Every completion lands before the worker first waits: the merged signal
             // and the re-signal after each take must still yield every image.
@@ -84,8 +84,8 @@ TEST(GrabSequenceTest, WorkerCollectsExternallyTriggeredImages) {
         EXPECT_EQ(level1.back(), "grabSequence worker thread ended");
         EXPECT_EQ(f.log->texts(3), c.failureLogged ? std::vector<std::string>{"An unknown error occured"}
                                                    : std::vector<std::string>{});
-        EXPECT_EQ(f.sdk.calls("sdkExecuteSoftwareTrigger"), 0) << "a sequence sends no trigger";
-        EXPECT_EQ(f.sdk.calls("sdkEnqueueRequest"), c.count) << "and queues no request again";
+        EXPECT_EQ(f.sdk.calls(Operation::sdkExecuteSoftwareTrigger), 0) << "a sequence sends no trigger";
+        EXPECT_EQ(f.sdk.calls(Operation::sdkEnqueueRequest), c.count) << "and queues no request again";
         ::testing::Mock::VerifyAndClearExpectations(&f.sdk);
     }
 }
@@ -101,7 +101,7 @@ TEST(GrabSequenceTest, StartsAreRefusedWhileAWorkerIsHeldOrTheCountIsOutsideTheP
         EXPECT_EQ(f.camera->sequenceLength, 0);
         EXPECT_EQ(f.camera->currentImageSet, before);
     }
-    EXPECT_EQ(f.sdk.calls("sdkStartStream"), 0);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkStartStream), 0);
 
     f.camera->startGrabSequenceAsync(2);
     const auto first = f.camera->currentImageSet;
@@ -142,19 +142,19 @@ TEST(GrabSequenceTest, DestroyingTheCameraWaitsForItsWorker) {
 TEST(GrabSequenceTest, StartFailuresReachTheHostWithoutAWorker) {
     DriverFixture f;
     f.open();
-    f.sdk.fail("sdkGetHeight", 4);
+    f.sdk.fail(Operation::sdkGetHeight, 4);
     EXPECT_EQ(runtimeError([&] { f.camera->startGrabSequenceAsync(5); }), "Could not get number of camera rows.");
     EXPECT_FALSE(f.camera->sequenceThread.joinable());
-    f.sdk.heal("sdkGetHeight");
-    f.sdk.fail("sdkStartStream", 4);
+    f.sdk.heal(Operation::sdkGetHeight);
+    f.sdk.fail(Operation::sdkStartStream, 4);
     EXPECT_EQ(runtimeError([&] { f.camera->startGrabSequenceAsync(5); }), "Failed to start camera stream.");
     EXPECT_FALSE(f.camera->sequenceThread.joinable());
     EXPECT_EQ(f.camera->currentImageSet->images.size(), 5u);
 
-    f.sdk.heal("sdkStartStream");
+    f.sdk.heal(Operation::sdkStartStream);
     f.camera->startGrabSequenceAsync(1);
     f.sdk.complete(1);
-    f.sdk.fail("sdkStopStream", 4);
+    f.sdk.fail(Operation::sdkStopStream, 4);
     // Joined first; the failed stop keeps n so the host can see what was running.
     EXPECT_EQ(runtimeError([&] { f.camera->finishGrabSequenceAsync(); }), "Failed to stop camera stream.");
     EXPECT_FALSE(f.camera->sequenceThread.joinable());

@@ -95,7 +95,7 @@ TEST(OpenTest, NullSerialOpensIndexZeroWithoutSearching) {
 // succeeds and a release that gives back everything.
 TEST(OpenTest, FailedStepsLeaveNothingBehindAfterRetryAndRelease) {
     struct Case {
-        std::string operation;
+        Operation operation;
         Result code;
         int onCall;
         std::string message;
@@ -103,13 +103,13 @@ TEST(OpenTest, FailedStepsLeaveNothingBehindAfterRetryAndRelease) {
         bool blockHeld;
     };
     const Case cases[] = {
-        {"sdkGetCameraCount", 5, 1, "Failed to get number of cameras", 0, 0, 0, false},
-        {"sdkGetCameraInfo", 5, 1, "Failed to locate a camera with serial number CAM0", 0, 0, 0, false},
-        {"sdkOpenCamera", 5, 1, "Failed to open camera.", 0, 0, 0, false},
-        {"sdkOpenStream", 5, 1, "Failed to open camera stream", 1, 0, 0, false},
-        {"sdkCreateRequest", 5, 1, "Failed to create camera stream request #0", 1, 1, 0, true},
-        {"sdkCreateRequest", 5, 58, "Failed to create camera stream request #57", 1, 1, 57, true},
-        {"sdkSetExposureTime", 5, 1, "Failed to set camera exposure", 1, 1, 120, true},
+        {Operation::sdkGetCameraCount, 5, 1, "Failed to get number of cameras", 0, 0, 0, false},
+        {Operation::sdkGetCameraInfo, 5, 1, "Failed to locate a camera with serial number CAM0", 0, 0, 0, false},
+        {Operation::sdkOpenCamera, 5, 1, "Failed to open camera.", 0, 0, 0, false},
+        {Operation::sdkOpenStream, 5, 1, "Failed to open camera stream", 1, 0, 0, false},
+        {Operation::sdkCreateRequest, 5, 1, "Failed to create camera stream request #0", 1, 1, 0, true},
+        {Operation::sdkCreateRequest, 5, 58, "Failed to create camera stream request #57", 1, 1, 57, true},
+        {Operation::sdkSetExposureTime, 5, 1, "Failed to set camera exposure", 1, 1, 120, true},
     };
     for (const auto& c : cases)
     for (const bool dropObject : {false, true}) {
@@ -181,22 +181,22 @@ TEST(OpenTest, NoCameraAndZeroPayloadAreRefused) {
 
 TEST(OpenTest, FailedSizeStepsAreLoggedAndTheOpenGoesOn) {
     struct Case {
-        const char* operation;
+        Operation operation;
         std::vector<std::string> lines;
         int setWidthCalls;
     };
     const Case cases[] = {
-        {"sdkGetSensorWidth", {"Failed to get sensor width"}, 0},
-        {"sdkSetWidth", {"Failed to set image width"}, 1},
-        {"sdkGetSensorHeight", {"Failed to get sensor height"}, 1},
-        {"sdkSetHeight", {"Failed to set image height"}, 1},
+        {Operation::sdkGetSensorWidth, {"Failed to get sensor width"}, 0},
+        {Operation::sdkSetWidth, {"Failed to set image width"}, 1},
+        {Operation::sdkGetSensorHeight, {"Failed to get sensor height"}, 1},
+        {Operation::sdkSetHeight, {"Failed to set image height"}, 1},
     };
     for (const auto& c : cases) {
         DriverFixture f;
         f.sdk.fail(c.operation, 9);
         ASSERT_TRUE(f.camera->initializeCamera(nullptr));
         EXPECT_EQ(f.log->texts(3), c.lines);
-        EXPECT_EQ(f.sdk.calls("sdkSetWidth"), c.setWidthCalls);
+        EXPECT_EQ(f.sdk.calls(Operation::sdkSetWidth), c.setWidthCalls);
         EXPECT_EQ(f.sdk.liveRequests(), 120);
         f.camera->releaseCamera();
     }
@@ -239,10 +239,10 @@ TEST(ReleaseTest, DrainsReleasesAndClosesInOrder) {
 TEST(ReleaseTest, FailuresAreLoggedAndEveryStepStillRuns) {
     DriverFixture f;
     f.open();
-    f.sdk.fail("sdkFlushWaitQueue", 3);
-    f.sdk.fail("sdkReleaseRequest", 3, 6);
-    f.sdk.fail("sdkCloseStream", 3);
-    f.sdk.fail("sdkCloseCamera", 3);
+    f.sdk.fail(Operation::sdkFlushWaitQueue, 3);
+    f.sdk.fail(Operation::sdkReleaseRequest, 3, 6);
+    f.sdk.fail(Operation::sdkCloseStream, 3);
+    f.sdk.fail(Operation::sdkCloseCamera, 3);
     std::uint8_t* block = f.camera->requestBuffer;
     f.camera->releaseCamera();
     EXPECT_EQ(f.log->texts(3), (std::vector<std::string>{
@@ -251,12 +251,12 @@ TEST(ReleaseTest, FailuresAreLoggedAndEveryStepStillRuns) {
                                    "Failed to close image stream",
                                    "Failed to close camera",
                                }));
-    EXPECT_EQ(f.sdk.calls("sdkReleaseRequest"), 120);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkReleaseRequest), 120);
     EXPECT_FALSE(isMapped(block));
     EXPECT_FALSE(f.camera->isInitialized);
     // After release the camera can be opened again from the start.
-    f.sdk.heal("sdkCloseCamera");
-    f.sdk.heal("sdkCloseStream");
+    f.sdk.heal(Operation::sdkCloseCamera);
+    f.sdk.heal(Operation::sdkCloseStream);
     EXPECT_TRUE(f.camera->initializeCamera("CAM0"));
     EXPECT_TRUE(f.camera->isInitialized);
     f.camera->releaseCamera();

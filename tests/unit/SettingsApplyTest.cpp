@@ -62,8 +62,8 @@ TEST(SettingsDescriptionTest, WordsForTriggerModesPolaritiesAndIllegalModes) {
 TEST(SettingsDescriptionTest, FailedQueriesYieldZeroes) {
     DriverFixture f;
     f.open();
-    for (const char* op : {"sdkGetExposureTime", "sdkGetGain", "sdkGetBlackLevel", "sdkGetBalanceRatio",
-                           "sdkGetTriggerMode", "sdkGetTriggerActivation"})
+    for (Operation op : {Operation::sdkGetExposureTime, Operation::sdkGetGain, Operation::sdkGetBlackLevel,
+                         Operation::sdkGetBalanceRatio, Operation::sdkGetTriggerMode, Operation::sdkGetTriggerActivation})
         f.sdk.fail(op, 5);
     f.sdk.gain = 3.0;
     const TSettings tree = f.camera->settings();
@@ -178,7 +178,7 @@ TEST(SettingsApplyTest, GuardsAndRefusals) {
     tree.addDouble("Camera/Gain", 2.0, "");
     EXPECT_FALSE(f.camera->updateSettings(tree)) << "no camera open";
     EXPECT_EQ(f.log->texts(3), std::vector<std::string>{"Could not update settings since camera was not yet initialized"});
-    EXPECT_EQ(f.sdk.calls("sdkSetGain"), 0);
+    EXPECT_EQ(f.sdk.calls(Operation::sdkSetGain), 0);
 
     f.open();
     EXPECT_TRUE(f.camera->updateSettings(TSettings("")));
@@ -193,7 +193,7 @@ TEST(SettingsApplyTest, GuardsAndRefusals) {
     EXPECT_EQ(f.log->texts(3), std::vector<std::string>{"Received exposure time of 0 - skipping update"});
 
     tree.addDouble("ExposureTime", 100.0, "");
-    f.sdk.fail("sdkSetExposureTime", 2);
+    f.sdk.fail(Operation::sdkSetExposureTime, 2);
     EXPECT_EQ(runtimeError([&] { f.camera->updateSettings(tree); }), "Failed to set camera exposure");
 
     TSettings wrongKind("");

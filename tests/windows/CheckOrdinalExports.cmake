@@ -1,14 +1,14 @@
-# Checks a TeliCamApi64.dll's export table: exactly the ordinals of the SDK's ordinal
-# table (less those in LACKING) and not a single exported name.
-#   cmake -DOBJDUMP=... -DDLL=... -DTABLE=sdk/TeliSdk.h [-DLACKING=233;...] -P CheckOrdinalExports.cmake
+# Checks a TeliCamApi64.dll's export table: exactly the ordinals of the SDK's list of
+# operations (less those in LACKING) and not a single exported name.
+#   cmake -DOBJDUMP=... -DDLL=... -DTABLE=sdk/SdkOperations.h [-DLACKING=233;...] -P CheckOrdinalExports.cmake
 
 cmake_minimum_required(VERSION 3.25)
 
 file(READ "${TABLE}" table)
-string(REGEX MATCHALL "\\{([0-9]+), \"sdk[A-Za-z]+\"\\}" entries "${table}")
+string(REGEX MATCHALL "X\\(([0-9]+), sdk[A-Za-z]+," entries "${table}")
 set(expected "")
 foreach(entry IN LISTS entries)
-  string(REGEX REPLACE "\\{([0-9]+),.*" "\\1" ordinal "${entry}")
+  string(REGEX REPLACE "X\\(([0-9]+),.*" "\\1" ordinal "${entry}")
   if(NOT ordinal IN_LIST LACKING)
     list(APPEND expected ${ordinal})
   endif()

@@ -17,48 +17,21 @@
 #include "TavriCommon/Settings.h"
 #include "sdk/sim/SimSdk.h"
 #include "settings/SettingsOld.h"
-#include "tests/windows/ProgramFolder.h"
+#include "platform/PluginLibrary.h"
+#include "tests/support/ThrownMessage.h"
 
 namespace Tavri {
 namespace {
 
-// The plug-in, loaded as the platform loads it.
-class Plugin {
-public:
-    Plugin() : module_(::LoadLibraryA((test::programFolder() + "\\tavri_toshiba_teli.dll").c_str())) {
-        if (!module_) return;
-        initializeDriver = entry<TavriInitializeDriverFn>("initializeDriver");
-        createCamera = entry<TavriCreateCameraFn>("createCamera");
-        releaseDriver = entry<TavriReleaseDriverFn>("releaseDriver");
-    }
-    ~Plugin() {
-        if (module_) ::FreeLibrary(module_);
-    }
-    Plugin(const Plugin&) = delete;
-    Plugin& operator=(const Plugin&) = delete;
-
-    bool complete() const { return module_ && initializeDriver && createCamera && releaseDriver; }
-
-    TavriInitializeDriverFn initializeDriver = nullptr;
-    TavriCreateCameraFn createCamera = nullptr;
-    TavriReleaseDriverFn releaseDriver = nullptr;
-
-private:
-    template <typename Function>
-    Function entry(const char* name) const {
-        return reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(module_, name)));
-    }
-    HMODULE module_;
+// The plug-in beside this program, loaded as the platform loads it, with its three
+// entry points.
+struct Plugin : platform::PluginLibrary, platform::DriverEntryPoints {
+    Plugin()
+        : platform::PluginLibrary(platform::PluginLibrary::defaultPath()),
+          platform::DriverEntryPoints(static_cast<const platform::PluginLibrary&>(*this)) {}
 };
 
-std::string failureOf(const std::function<void()>& step) {
-    try {
-        step();
-    } catch (const RuntimeException& e) {
-        return e.what();
-    }
-    return "(nothing thrown)";
-}
+using testing::runtimeError;
 
 // The rig's stamp in an image of the given pixel format.
 sim::FrameStamp stampOf(const cv::Mat& image, std::uint32_t pixelFormat) {
@@ -70,20 +43,19 @@ sim::FrameStamp stampOf(const cv::Mat& image, std::uint32_t pixelFormat) {
     return stamp;
 }
 
-class PluginOverStandIn : public testing::Test {
+class PluginOverStandIn : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        plugin = new Plugin;
-        ASSERT_TRUE(plugin->complete()) << "tavri_toshiba_teli.dll or one of its entry points is missing";
+        ASSERT_NO_THROW(plugin = new Plugin) << "tavri_toshiba_teli.dll or one of its entry points is missing";
         plugin->initializeDriver();
     }
     static void TearDownTestSuite() {
-        if (plugin->complete()) plugin->releaseDriver();
+        if (plugin) plugin->releaseDriver();
         delete plugin;
         plugin = nullptr;
     }
     void SetUp() override {
-        ASSERT_TRUE(plugin->complete());
+        ASSERT_NE(plugin, nullptr);
         camera.reset(plugin->createCamera());
         ASSERT_NE(camera, nullptr);
     }
@@ -211,21 +183,19 @@ TEST_F(PluginOverStandIn, GrabsContinuouslyWithSoftwareTriggers) {
 TEST_F(PluginOverStandIn, WaitWithoutAcquisitionTimesOut) {
     open();
     cv::Mat image(camera->getRows(), camera->getCols(), CV_8UC1);
-    EXPECT_EQ(failureOf([&] { camera->getNextImage(image, 300); }), "Failed to wait for camera image completion");
+    EXPECT_EQ(runtimeError([&] { camera->getNextImage(image, 300); }), "Failed to wait for camera image completion");
 }
 
 // Run in processes of their own (see CMakeLists.txt): the driver must refuse to load
 // an incomplete or absent vendor DLL and say which.
 TEST(PluginWithoutVendorDll, InitializeNamesTheMissingDll) {
     Plugin plugin;
-    ASSERT_TRUE(plugin.complete());
-    EXPECT_EQ(failureOf(plugin.initializeDriver), "Failed to load the camera SDK TeliCamApi64.dll (Windows error 126)");
+    EXPECT_EQ(runtimeError(plugin.initializeDriver), "Failed to load the camera SDK TeliCamApi64.dll (Windows error 126)");
 }
 
 TEST(PluginWithIncompleteVendorDll, InitializeNamesTheMissingOrdinal) {
     Plugin plugin;
-    ASSERT_TRUE(plugin.complete());
-    EXPECT_EQ(failureOf(plugin.initializeDriver), "TeliCamApi64.dll lacks ordinal 233 (sdkExecuteSoftwareTrigger)");
+    EXPECT_EQ(runtimeError(plugin.initializeDriver), "TeliCamApi64.dll lacks ordinal 233 (sdkExecuteSoftwareTrigger)");
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <boost/algorithm/string/join.hpp>
 #include <boost/format.hpp>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 
 #include "settings/SettingsOld.h"
 
 #include "Interrupt.h"
+#include "PluginLocation.h"
 #include "ReadBack.h"
 #include "SettingsArgs.h"
 #include "ToolError.h"
@@ -25,7 +27,9 @@ void exportEnvironment(const GlobalOptions& options) {
 }
 
 std::string pluginPath(const GlobalOptions& options) {
-    return options.plugin.empty() ? PluginLibrary::defaultPath() : options.plugin;
+    if (!options.plugin.empty()) return options.plugin;
+    // Beside teli-grab in a build tree, else where an install puts it.
+    return defaultPluginPath(std::filesystem::path(PluginLibrary::defaultPath()).parent_path()).string();
 }
 
 // Calls into the plug-in; a throw becomes a ToolError while the plug-in is loaded.

@@ -6,11 +6,13 @@
 #include <vector>
 
 #include "Options.h"
-#include "PluginLibrary.h"
 #include "SettingsCheck.h"
 #include "TavriAPI/CameraDriver.h"
+#include "platform/PluginLibrary.h"
 
 namespace TeliGrab {
+
+using Tavri::platform::PluginLibrary;
 
 // initializeDriver on construction, releaseDriver on destruction.
 class DriverLifetime {

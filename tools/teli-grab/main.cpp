@@ -6,6 +6,7 @@
 #include "Interrupt.h"
 #include "Options.h"
 #include "ToolError.h"
+#include "platform/PluginLibrary.h"
 
 namespace {
 
@@ -99,6 +100,8 @@ int main(int argc, char** argv) {
         return printed == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     } catch (const ToolError& error) {
         return fail(error.code(), error.what());
+    } catch (const Tavri::platform::PluginError& error) {
+        return fail(ExitCode::PluginNotLoaded, error.what());
     } catch (const std::exception& error) {
         return fail(ExitCode::DriverError, error.what());
     }

@@ -1,0 +1,153 @@
+#pragma once
+// The simulated rig's configuration: cameras, projector, frame and operation faults,
+// the ranges every value must lie in, and the settings a frame is taken with. Plain
+// data; the file reader is sdk/sim/SimRig.h, the behaviour sdk/sim/README.md.
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sdk/SdkOperations.h"
+#include "sdk/TeliSdk.h"
+
+namespace Tavri::sim {
+
+constexpr std::uint32_t kMinWidth = 128;   // room for the stamp
+constexpr std::uint32_t kMinHeight = 16;
+constexpr std::uint32_t kMaxSensorSide = 16384;
+constexpr std::uint32_t kStampCell = 8;
+constexpr std::uint32_t kStampBits = 16;
+constexpr std::uint32_t kNoPattern = 0xFFFF;
+constexpr std::uint32_t kMaxTriggerSequence = 6;
+constexpr std::size_t kMaxRequestsPerStream = 1024;
+constexpr std::size_t kMaxCameras = 256;
+
+// Documented finite ranges (validateRig refuses anything outside them, so the clocks
+// cannot overflow and no pixel becomes NaN):
+constexpr double kMinRate = 0.01;            // frames or pulses per second: at most 100 s apart
+constexpr double kMaxRate = 1000.0;
+constexpr double kMinPhasePeriod = 2.0;      // pixels (0: derived from the sensor width)
+constexpr double kMaxPhasePeriod = 65536.0;
+constexpr double kMaxFeatureMagnitude = 1e9; // |min|, |max| of a feature range
+constexpr double kMinIncrement = 1e-6;       // feature increments: 1e-6 ... 1e9
+constexpr std::uint32_t kMaxDelayMs = 60000; // a late frame: at most a minute late
+
+// min <= initial <= max, increment > 0. Values are stored as
+// min + round((v - min) / increment) * increment.
+struct FeatureRange {
+    double min = 0.0;
+    double max = 0.0;
+    double increment = 1.0;
+    double initial = 0.0;
+};
+
+enum class CameraCondition { Normal, Hung, Dead, Unplugged };
+
+// Frames are numbered from 0 at each acquisition start. A fault touches frame f when
+// f >= first, (f - first) is a multiple of every, and (f - first) / every < count.
+struct FrameFault {
+    enum class Kind { Drop, Late, Burst, Oversize };
+    Kind kind = Kind::Drop;
+    std::uint32_t first = 0;
+    std::uint32_t count = 0xFFFFFFFFu;
+    std::uint32_t every = 1;
+    std::uint32_t delayMs = 0;    // Late: delivery this long after capture (<= kMaxDelayMs)
+    std::uint32_t burst = 2;      // Burst: frames held back per group (1 ... kMaxRequestsPerStream)
+    std::uint32_t extraBytes = 1; // Oversize: bytes beyond the request's buffer (>= 1)
+
+    bool touches(std::uint32_t frame) const {
+        if (frame < first) return false;
+        const std::uint32_t offset = frame - first;
+        return offset % every == 0 && offset / every < count;
+    }
+};
+
+struct CameraConfig {
+    std::string serial;
+    std::string model = "BU205MCF";
+    std::string vendor = "Toshiba Teli (simulated)";
+    std::uint32_t width = 1920;  // sensor size
+    std::uint32_t height = 1200;
+    std::uint32_t widthIncrement = 8;
+    std::uint32_t heightIncrement = 2;
+    std::vector<std::uint32_t> pixelFormats{PixelFormat::Mono8, PixelFormat::RGB8, PixelFormat::BayerBG8};
+    FeatureRange exposure{20.0, 1000000.0, 1.0, 10000.0};
+    FeatureRange gain{0.0, 24.0, 0.1, 0.0};
+    FeatureRange blackLevel{0.0, 64.0, 0.25, 0.0};
+    FeatureRange balanceRatio{0.25, 4.0, 1.0 / 64.0, 1.0};
+    double frameRate = 0.0; // free run, frames per second; 0 takes the rig's
+    CameraCondition condition = CameraCondition::Normal;
+    std::int64_t unplugAfterFrames = -1; // -1: never
+    std::vector<FrameFault> frameFaults;
+};
+
+struct ProjectorConfig {
+    double rate = 60.0;           // pulses (patterns) per second
+    std::uint32_t grayBits = 7;
+    std::uint32_t phaseSteps = 8;
+    double phasePeriod = 0.0;     // sinusoid period in pixels; 0: width / 2^grayBits
+    double pulseWidthMs = 1.0;
+};
+
+enum class FaultWhen { Once, Always, OnCall };
+
+struct OperationFault {
+    Operation operation = Operation::sdkInitialize;
+    Result code = 1;
+    FaultWhen when = FaultWhen::Once;
+    std::uint32_t call = 1;  // OnCall: the k-th call from when the fault was set (1 = next)
+};
+
+struct RigConfig {
+    std::vector<CameraConfig> cameras;
+    double frameRate = 30.0;
+    ProjectorConfig projector;
+    bool render = true;  // false: benchmark mode
+    std::uint64_t seed = 1;
+    std::vector<OperationFault> faults;
+};
+
+// Two cameras, serials "SIM0001" and "SIM0002", 1920 x 1200, Mono8, RGB8, BayerBG8.
+RigConfig defaultRig();
+// Checks a rig against the ranges above; throws RuntimeException naming the camera
+// and field at fault.
+void validateRig(const RigConfig& rig);
+
+// Bytes per pixel of a PFNC code the rig knows (1 or 3), 0 for any other.
+std::uint32_t bytesPerPixel(std::uint32_t pixelFormat);
+// Entries of the projector's structured-light sequence: 2 + grayBits + phaseSteps.
+std::uint32_t patternCount(const ProjectorConfig& projector);
+
+// What a camera is set to when it takes a frame.
+struct FrameSettings {
+    std::uint32_t pixelFormat = PixelFormat::Mono8;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    double exposure = 10000.0;
+    double gain = 0.0;
+    double blackLevel = 0.0;
+    double redRatio = 1.0;
+    double blueRatio = 1.0;
+
+    std::uint64_t imageBytes() const {
+        return static_cast<std::uint64_t>(width) * height * bytesPerPixel(pixelFormat);
+    }
+};
+
+// What the rig counts per camera (SimSdk::stats).
+struct CameraStats {
+    std::uint64_t triggers = 0;   // frames started (numbered), whatever became of them
+    std::uint64_t completed = 0;  // requests completed with an image
+    std::uint64_t failed = 0;     // requests completed as failures (too large)
+    std::uint64_t dropped = 0;    // frames dropped by a fault
+    std::uint64_t lost = 0;       // frames that found no waiting request
+    std::uint64_t ignoredTriggers = 0; // software triggers while not acquiring
+};
+
+struct FrameStamp {
+    std::uint32_t frame = 0;
+    std::uint32_t pattern = kNoPattern;
+};
+
+}  // namespace Tavri::sim

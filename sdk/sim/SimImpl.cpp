@@ -1,0 +1,95 @@
+// The state behind SimSdk: rig, presence, handles and closing.
+
+#include "sdk/sim/SimImpl.h"
+
+#include <stdexcept>
+#include <string>
+
+namespace Tavri::sim {
+
+using namespace SimResult;
+
+void SimSdk::Impl::build(RigConfig config) {
+    validateRig(config);
+    devices.clear();
+    for (std::size_t i = 0; i < config.cameras.size(); ++i)
+        devices.push_back(std::make_shared<Device>(i, config.cameras[i], config, presence, threads));
+    faults.reset(config.faults);
+    rig = std::move(config);
+    presence.fetch_add(1, std::memory_order_acq_rel);
+}
+
+std::vector<std::shared_ptr<Device>> SimSdk::Impl::devicesNow() const {
+    std::lock_guard<std::mutex> lock(rigMutex);
+    return devices;
+}
+
+std::shared_ptr<Device> SimSdk::Impl::device(std::size_t camera) const {
+    std::lock_guard<std::mutex> lock(rigMutex);
+    if (camera >= devices.size())
+        throw std::out_of_range("No camera " + std::to_string(camera) + " in the simulated rig");
+    return devices[camera];
+}
+
+void SimSdk::Impl::refreshPresent() {
+    const std::uint64_t version = presence.load(std::memory_order_acquire);
+    if (version == presentSeen) return;
+    present.clear();
+    for (const auto& d : devicesNow())
+        if (d->plugged()) present.push_back(d);
+    presentSeen = version;
+}
+
+std::uint32_t SimSdk::Impl::presentCount() {
+    std::lock_guard<std::mutex> lock(presentMutex);
+    refreshPresent();
+    return static_cast<std::uint32_t>(present.size());
+}
+
+std::shared_ptr<Device> SimSdk::Impl::presentDevice(std::uint32_t index) {
+    std::lock_guard<std::mutex> lock(presentMutex);
+    refreshPresent();
+    return index < present.size() ? present[index] : nullptr;
+}
+
+void SimSdk::Impl::retire(HandleObj& object) {
+    object.open = false;
+    handles.remove(object.handle);
+}
+
+Result SimSdk::Impl::request(StreamObj& stream, RequestHandle handle, RequestObj*& out) const {
+    std::shared_ptr<RequestObj> object;
+    if (Result r = resolve(handle, HandleKind::Request, object)) return r;
+    if (object->stream != &stream) return RequestOfOtherStream;
+    if (!object->open) return ClosedHandle;
+    out = object.get();
+    return Success;
+}
+
+void SimSdk::Impl::closeStream(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
+    stopAcquisition(d, s, lock);
+    s.waiting.clear();
+    s.completed.clear();
+    for (auto* request : s.requests) retire(*request);
+    s.requests.clear();
+    if (d.stream == &s) d.stream = nullptr;
+    retire(s);  // last: `s` may be freed here
+}
+
+void SimSdk::Impl::closeAll(Device& d, std::unique_lock<std::mutex>& lock) {
+    if (d.stream) closeStream(d, *d.stream, lock);
+    if (d.primary) retire(*d.primary);
+    d.primary = nullptr;
+    for (auto* camera : d.secondaries) retire(*camera);
+    d.secondaries.clear();
+}
+
+void SimSdk::Impl::shutDown() {
+    for (const auto& d : devicesNow()) {
+        std::lock_guard<std::mutex> control(d->control);
+        std::unique_lock<std::mutex> lock(d->mutex);
+        closeAll(*d, lock);
+    }
+}
+
+}  // namespace Tavri::sim

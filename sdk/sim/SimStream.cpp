@@ -1,0 +1,259 @@
+// The stream's frames: the one fill function, completions, and the two frame sources.
+
+#include "sdk/sim/SimStream.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <thread>
+
+#include "sdk/sim/SimFaults.h"
+
+namespace Tavri::sim {
+
+bool fillFrame(Device& d, RequestObj& request, std::uint32_t frame, std::uint32_t pattern,
+               std::unique_lock<std::mutex>* lock) {
+    const FrameSettings settings = d.settings();
+    std::uint64_t bytes = settings.imageBytes();
+    if (const auto* oversize = frameFault(d.frameFaults, frame, FrameFault::Kind::Oversize))
+        bytes = static_cast<std::uint64_t>(request.size) + oversize->extraBytes;
+    request.tooLarge = bytes > request.size;
+    request.bytes = request.tooLarge ? 0 : static_cast<std::uint32_t>(bytes);
+    if (request.tooLarge) return false;
+    if (!lock) {
+        detail::writeStamp(settings, frame, pattern, request.buffer);
+        return true;
+    }
+    // The request is in flight: nobody else touches its buffer, flush and release leave
+    // it alone, and close joins the producer first.
+    lock->unlock();
+    detail::renderInto(d.scene(), d.projector, settings, frame, pattern, request.buffer);
+    lock->lock();
+    return true;
+}
+
+void complete(Device& d, StreamObj& s, RequestObj* request) {
+    request->state = RequestObj::State::Completed;
+    s.completed.push_back(request);
+    if (request->tooLarge)
+        ++d.stats.failed;
+    else
+        ++d.stats.completed;
+    s.event.completed();
+}
+
+void queueRequest(Device& d, StreamObj& s, RequestObj& request) {
+    request.state = RequestObj::State::Waiting;
+    s.waiting.push_back(&request);
+    if (s.acquiring) d.frames->queued(d, s, request);
+}
+
+void startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
+    if (s.acquiring) stopAcquisition(d, s, lock);  // a start while running restarts
+    s.acquiring = true;
+    s.frame = 0;
+    s.pulse = 0;
+    s.pendingSoftware = 0;
+    s.burstHeld = 0;
+    s.source.reset();
+    s.lastDue = Clock::now();
+    d.frames->start(d, s);
+}
+
+void stopAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
+    if (!s.acquiring) return;
+    s.acquiring = false;
+    d.frames->stop(s, lock);
+    for (auto& f : s.inFlight) complete(d, s, f.request);
+    s.inFlight.clear();
+    s.pendingSoftware = 0;
+}
+
+namespace {
+
+// Benchmark mode: no thread, no rendering. While acquisition runs, every waiting
+// request completes at once (at start, and on enqueue) with only its stamp written, as
+// a camera's DMA would have filled it.
+class InstantFill final : public FrameSource {
+public:
+    void start(Device& d, StreamObj& s) override {
+        while (!s.waiting.empty() && d.condition() == CameraCondition::Normal) fill(d, s, *s.waiting.front());
+    }
+    void stop(StreamObj&, std::unique_lock<std::mutex>&) override {}
+    void queued(Device& d, StreamObj& s, RequestObj& request) override { fill(d, s, request); }
+    void softwareTrigger(StreamObj&) override {}  // every request completes anyway
+    void rescheduled() override {}
+
+private:
+    static void fill(Device& d, StreamObj& s, RequestObj& request) {
+        if (d.condition() != CameraCondition::Normal) return;
+        const std::uint32_t frame = s.frame++;
+        ++d.stats.triggers;
+        fillFrame(d, request, frame, kNoPattern, nullptr);
+        const auto position = std::find(s.waiting.begin(), s.waiting.end(), &request);
+        if (position != s.waiting.end()) s.waiting.erase(position);
+        complete(d, s, &request);
+        d.countTowardsUnplug();
+    }
+};
+
+Source sourceOf(const Device& d) {
+    if (d.triggerSource == TriggerSourceCode::Software) return Source::Software;
+    return d.triggerMode ? Source::Line : Source::FreeRun;
+}
+
+template <typename Duration>
+Clock::duration ticks(Duration duration) {
+    return std::chrono::duration_cast<Clock::duration>(duration);
+}
+
+// One thread per acquiring stream: schedules frames from the trigger set-up, renders
+// each into the oldest waiting request with the device's mutex released, and delivers
+// them in order when due. It never sleeps without the condition variable, so a stop
+// is prompt.
+class ProducerThread final : public FrameSource {
+public:
+    explicit ProducerThread(std::atomic<std::size_t>& threads) : threads_(threads) {}
+    ~ProducerThread() override {
+        if (thread_.joinable()) thread_.join();
+    }
+
+    void start(Device& d, StreamObj& s) override {
+        stop_ = false;
+        ++threads_;
+        thread_ = std::thread([this, device = d.shared_from_this(), stream = &s] {
+            try {
+                produce(*device, *stream);
+            } catch (...) {
+                // A producer that cannot go on (out of memory) simply stops producing.
+            }
+            --threads_;
+        });
+    }
+
+    void stop(StreamObj&, std::unique_lock<std::mutex>& lock) override {
+        stop_ = true;
+        wake_.notify_all();
+        std::thread producer = std::move(thread_);
+        if (producer.joinable()) {
+            lock.unlock();
+            producer.join();
+            lock.lock();
+        }
+    }
+
+    void queued(Device&, StreamObj&, RequestObj&) override {}  // the next frame takes it
+
+    void softwareTrigger(StreamObj& s) override {
+        ++s.pendingSoftware;
+        wake_.notify_all();
+    }
+
+    void rescheduled() override { wake_.notify_all(); }
+
+private:
+    static void deliverDue(Device& d, StreamObj& s, Clock::time_point now) {
+        while (!s.inFlight.empty() && s.inFlight.front().ready && !s.inFlight.front().held &&
+               s.inFlight.front().due <= now) {
+            RequestObj* request = s.inFlight.front().request;
+            s.inFlight.pop_front();
+            complete(d, s, request);
+        }
+    }
+
+    // Takes frame `frame` into the oldest waiting request; unlocks while rendering.
+    static void capture(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock, std::uint32_t pattern,
+                        Clock::time_point when) {
+        const std::uint32_t frame = s.frame++;
+        ++d.stats.triggers;
+        if (frameFault(d.frameFaults, frame, FrameFault::Kind::Drop)) {
+            ++d.stats.dropped;
+            return;
+        }
+        if (s.waiting.empty()) {
+            ++d.stats.lost;
+            return;
+        }
+        RequestObj* request = s.waiting.front();
+        s.waiting.pop_front();
+        request->state = RequestObj::State::InFlight;
+        s.inFlight.push_back({request, Clock::time_point::max()});
+        fillFrame(d, *request, frame, pattern, &lock);
+        auto entry = std::find_if(s.inFlight.begin(), s.inFlight.end(),
+                                  [request](const InFlight& f) { return f.request == request; });
+        Clock::time_point due = when;
+        if (const auto* late = frameFault(d.frameFaults, frame, FrameFault::Kind::Late))
+            due += std::chrono::milliseconds(late->delayMs);
+        due = std::max(due, s.lastDue);  // delivery stays in order
+        s.lastDue = due;
+        entry->due = due;
+        entry->ready = true;
+        if (const auto* burst = frameFault(d.frameFaults, frame, FrameFault::Kind::Burst)) {
+            entry->held = true;
+            if (++s.burstHeld >= burst->burst) {
+                for (auto& f : s.inFlight) f.held = false;
+                s.burstHeld = 0;
+            }
+        }
+        d.countTowardsUnplug();
+    }
+
+    void produce(Device& d, StreamObj& s) {
+        std::unique_lock<std::mutex> lock(d.mutex);
+        while (!stop_) {
+            const auto now = Clock::now();
+            deliverDue(d, s, now);
+            const Source source = sourceOf(d);
+            if (s.source != source) {  // a new trigger set-up starts its own schedule
+                s.source = source;
+                s.nextPulse = now + ticks(d.pulsePeriod);
+                s.nextFreeRun = now + ticks(d.framePeriod);
+            }
+            const bool answers = d.condition() == CameraCondition::Normal;
+            auto wakeAt = Clock::time_point::max();
+            if (source == Source::Software) {
+                if (s.pendingSoftware > 0) {
+                    --s.pendingSoftware;
+                    if (answers) capture(d, s, lock, kNoPattern, now);
+                    continue;
+                }
+            } else if (source == Source::Line) {
+                const auto edge = s.nextPulse + (d.triggerActivation == 0 ? ticks(d.pulseWidth) : Clock::duration(0));
+                if (now >= edge) {
+                    const std::uint32_t pattern = s.pulse++;
+                    s.nextPulse += ticks(d.pulsePeriod);
+                    if (answers) capture(d, s, lock, pattern, edge);
+                    continue;
+                }
+                wakeAt = edge;
+            } else {
+                if (now >= s.nextFreeRun) {
+                    s.nextFreeRun += ticks(d.framePeriod);
+                    if (now - s.nextFreeRun > std::chrono::seconds(1)) s.nextFreeRun = now;  // no endless catch-up
+                    if (answers) capture(d, s, lock, kNoPattern, now);
+                    continue;
+                }
+                wakeAt = s.nextFreeRun;
+            }
+            if (!s.inFlight.empty() && s.inFlight.front().ready && !s.inFlight.front().held)
+                wakeAt = std::min(wakeAt, s.inFlight.front().due);
+            if (wakeAt == Clock::time_point::max())
+                wake_.wait(lock);
+            else
+                wake_.wait_until(lock, wakeAt);
+        }
+    }
+
+    std::atomic<std::size_t>& threads_;
+    std::thread thread_;
+    bool stop_ = false;  // guarded by the device's mutex
+    std::condition_variable wake_;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSource> makeFrameSource(bool render, std::atomic<std::size_t>& threads) {
+    if (render) return std::make_unique<ProducerThread>(threads);
+    return std::make_unique<InstantFill>();
+}
+
+}  // namespace Tavri::sim

@@ -1,0 +1,97 @@
+#pragma once
+// A camera's stream: its requests and their queues, the completion event, the one
+// function that fills a frame into a request, and where frames come from while
+// acquisition runs: a FrameSource, the producer thread or benchmark mode's instant
+// fill, chosen once per camera. Internal to the simulator.
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "sdk/CompletionEvent.h"
+#include "sdk/sim/SimDevice.h"
+
+namespace Tavri::sim {
+
+using Clock = std::chrono::steady_clock;
+
+struct RequestObj : HandleObj {
+    enum class State { Held, Waiting, InFlight, Completed };
+    RequestObj(std::shared_ptr<Device> device, StreamObj* stream, std::uint8_t* buffer, std::uint32_t size)
+        : HandleObj(std::move(device)), stream(stream), buffer(buffer), size(size) {}
+    StreamObj* const stream;
+    std::uint8_t* const buffer;
+    const std::uint32_t size;
+    State state = State::Held;
+    std::uint32_t bytes = 0;
+    bool tooLarge = false;
+};
+
+// What triggers frames: the trigger features' combination.
+enum class Source { Software, Line, FreeRun };
+
+struct InFlight {
+    RequestObj* request;
+    Clock::time_point due;
+    bool ready = false;  // filled
+    bool held = false;   // part of a burst still being gathered
+};
+
+struct StreamObj : HandleObj {
+    StreamObj(std::shared_ptr<Device> device, EventHandle event) : HandleObj(std::move(device)), event(event) {}
+    const CompletionEvent event;
+    std::vector<RequestObj*> requests;  // created and not released
+    std::deque<RequestObj*> waiting;
+    std::deque<RequestObj*> completed;
+    std::deque<InFlight> inFlight;
+    // Acquisition
+    bool acquiring = false;
+    std::uint32_t frame = 0;  // number of the next frame
+    std::uint32_t pulse = 0;  // number of the next projector pulse
+    std::optional<Source> source;  // what triggered the last scheduling round
+    Clock::time_point nextPulse, nextFreeRun, lastDue;
+    std::uint32_t pendingSoftware = 0;
+    std::uint32_t burstHeld = 0;
+};
+
+class FrameSource {
+public:
+    virtual ~FrameSource() = default;
+    // Acquisition starts on `s` (the device's mutex held, the counters reset).
+    virtual void start(Device& d, StreamObj& s) = 0;
+    // Acquisition stops: returns once no frame is being made; may release `lock`
+    // meanwhile (the device's control mutex keeps other starts and stops out).
+    virtual void stop(StreamObj& s, std::unique_lock<std::mutex>& lock) = 0;
+    // A request joined the wait queue while acquiring.
+    virtual void queued(Device& d, StreamObj& s, RequestObj& request) = 0;
+    // A software trigger while acquiring with the software source.
+    virtual void softwareTrigger(StreamObj& s) = 0;
+    // The trigger set-up or the camera's condition changed.
+    virtual void rescheduled() = 0;
+};
+
+// The producer thread (`render`), or benchmark mode's instant fill. `threads` counts
+// the producer threads alive.
+std::unique_ptr<FrameSource> makeFrameSource(bool render, std::atomic<std::size_t>& threads);
+
+// Sizes frame `frame` for `request` (an oversize fault makes it fail: nothing written)
+// and writes it: rendered whole with `lock` released, when a lock is given, or else its
+// stamp alone (benchmark mode). Returns false for a failed frame.
+bool fillFrame(Device& d, RequestObj& request, std::uint32_t frame, std::uint32_t pattern,
+               std::unique_lock<std::mutex>* lock);
+// Hands `request` to the completed queue and signals the event.
+void complete(Device& d, StreamObj& s, RequestObj* request);
+
+// Start (a start while running restarts) and stop of acquisition; stopping delivers
+// frames in flight. The device's control and device mutex are held.
+void startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock);
+void stopAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock);
+// Queues a request the driver holds (enqueue, and a failed take while acquiring).
+void queueRequest(Device& d, StreamObj& s, RequestObj& request);
+
+}  // namespace Tavri::sim
