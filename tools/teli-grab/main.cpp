@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Options.h"
 #include "ToolError.h"
+#include "view/ViewCommand.h"
 
 namespace {
 
@@ -55,6 +56,7 @@ int main(int argc, char** argv) {
     addGrabCommand(app, options);
     addSequenceCommand(app, options);
     addStreamCommand(app, options);
+    addViewCommand(app, options);
 
     try {
         app.parse(argc, argv);

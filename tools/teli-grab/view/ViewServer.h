@@ -1,0 +1,48 @@
+#pragma once
+
+#include <httplib.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "view/CameraLoop.h"
+#include "view/FramePublisher.h"
+#include "view/ListenAddress.h"
+#include "view/TaskQueue.h"
+
+namespace TeliGrab::View {
+
+// The page's HTTP server. Camera work goes through the task queue; frames come from
+// the publisher. With a token, every request must carry it (query parameter "token" or
+// header "X-View-Token"); one without it is answered 403 before any handler runs.
+class ViewServer {
+public:
+    // Binds at once, so a busy port is reported before the camera is opened.
+    ViewServer(const ListenAddress& address, std::string token, TaskQueue& tasks, FramePublisher& publisher,
+               const CameraLoop& loop);
+    ~ViewServer();
+    ViewServer(const ViewServer&) = delete;
+    ViewServer& operator=(const ViewServer&) = delete;
+
+    int port() const { return port_; }
+    // Serves on a thread of its own until stop().
+    void start();
+    void stop();
+
+private:
+    void addRoutes();
+    bool authorised(const httplib::Request& request) const;
+    void answerFromCamera(httplib::Response& response, TaskQueue::Work work);
+
+    const std::string token_;
+    TaskQueue& tasks_;
+    FramePublisher& publisher_;
+    const CameraLoop& loop_;
+    std::atomic<bool> stopping_{false};
+    httplib::Server server_;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+}  // namespace TeliGrab::View
