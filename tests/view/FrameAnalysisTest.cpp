@@ -1,7 +1,10 @@
-// The histogram, the saturated share and the marking of saturated pixels per colour mode.
+// The histogram, the saturated share, the marking of saturated pixels per colour mode,
+// and the view a stream sends.
 #include <gtest/gtest.h>
 
 #include "view/FrameAnalysis.h"
+#include "view/FrameView.h"
+#include "view/PageRequests.h"
 
 namespace TeliGrab::View {
 namespace {
@@ -54,6 +57,39 @@ TEST(FrameAnalysis, PreviewMarksSaturatedPixelsWithoutTouchingTheFrame) {
     ASSERT_GT(jpeg.size(), 4u);
     EXPECT_EQ(jpeg[0], 0xFF);
     EXPECT_EQ(jpeg[1], 0xD8);
+}
+
+}  // namespace
+}  // namespace TeliGrab::View
+
+namespace TeliGrab::View {
+namespace {
+
+TEST(FrameView, FitAndRegionGiveTheViewAsked) {
+    const RawFrame gray{cv::Mat(1200, 1920, CV_8UC1, cv::Scalar(9)), Tavri::ImageType::Gray, 1};
+    const RawFrame raw{cv::Mat(1200, 1920, CV_8UC1, cv::Scalar(9)), Tavri::ImageType::Raw, 1};
+    const struct {
+        const RawFrame& frame;
+        const char* fit;
+        const char* region;
+        cv::Size expected;
+    } cases[] = {
+        {gray, "", "", {1920, 1200}},
+        {gray, "960x960", "", {960, 600}},         // the aspect ratio is kept
+        {gray, "4000x4000", "", {1920, 1200}},     // never enlarged
+        {gray, "", "100,50,640,480", {640, 480}},  // 1:1
+        {gray, "", "1800,1100,640,480", {120, 100}},  // clipped to the image
+        {raw, "", "101,51,641,481", {640, 480}},   // a mosaic keeps its even grid
+        {gray, "", "5000,5000,64,64", {1920, 1200}},  // outside the image: all of it
+    };
+    for (const auto& c : cases) {
+        const cv::Mat view = renderView(c.frame, parseViewRequest(c.fit, c.region), false);
+        EXPECT_EQ(view.size(), c.expected) << c.fit << c.region;
+    }
+    for (const auto& [fit, region] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"640", ""}, {"8x8", ""}, {"640x480x2", ""}, {"", "1,2,3"}, {"", "0,0,15,100"}, {"640x480", "0,0,64,64"},
+             {"", "-1,0,64,64"}, {"99999x100", ""}})
+        EXPECT_THROW(parseViewRequest(fit, region), RequestError) << fit << " " << region;
 }
 
 }  // namespace

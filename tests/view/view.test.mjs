@@ -117,6 +117,15 @@ async function liveViewCase() {
     const second = await page.$eval('#live', (e) => Number(e.dataset.stamp));
     check(second !== first, `the image updates (frame stamps ${first} then ${second})`);
 
+    // A click shows the image 1:1 around that point; a second click fits it again.
+    const box = await (await page.$('#live')).boundingBox();
+    await page.mouse.click(box.x + box.width / 2, box.y + box.height / 2);
+    await page.waitForFunction(() => /^region=\d+,\d+,\d+,\d+$/.test(document.getElementById('live').dataset.view),
+                               {timeout: 20000});
+    check(true, `a click shows the image 1:1 (${await page.$eval('#live', (e) => e.dataset.view)})`);
+    await page.mouse.click(box.x + box.width / 2, box.y + box.height / 2);
+    await page.waitForFunction(() => /^fit=/.test(document.getElementById('live').dataset.view), {timeout: 20000});
+
     // An exposure change reaches the camera; the page shows what the camera kept.
     await page.waitForFunction(() => document.querySelector('[data-key="ExposureTime"] .kept').textContent !== '');
     await setControl(page, 'ExposureTime', 4321);

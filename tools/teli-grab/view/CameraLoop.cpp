@@ -37,8 +37,8 @@ private:
 
 }  // namespace
 
-CameraLoop::CameraLoop(Tavri::CameraDriver& camera, TaskQueue& tasks, FramePublisher& publisher)
-    : camera_(camera), tasks_(tasks), publisher_(publisher) {}
+CameraLoop::CameraLoop(Tavri::CameraDriver& camera, TaskQueue& tasks, FrameHub& hub)
+    : camera_(camera), tasks_(tasks), hub_(hub) {}
 
 void CameraLoop::run(const std::function<bool()>& stopRequested) {
     std::optional<ContinuousGrab> grab;
@@ -76,7 +76,7 @@ void CameraLoop::run(const std::function<bool()>& stopRequested) {
             stamp = ++stats_.frames;
             if (const auto rate = meter.count()) stats_.framesPerSecond = *rate;
         }
-        publisher_.submit(frame, mode, stamp);
+        hub_.submit(frame, mode, stamp);
     }
     grab.reset();
     tasks_.close();

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "TavriAPI/CameraDriver.h"
-#include "view/FramePublisher.h"
+#include "view/FrameHub.h"
 #include "view/TaskQueue.h"
 
 namespace TeliGrab::View {
@@ -20,12 +20,12 @@ struct CameraStats {
 };
 
 // Runs on the thread that opened the camera and is the only caller of the driver:
-// grabs continuously, hands every frame to the publisher, and between two images runs
+// grabs continuously, hands every frame to the viewers, and between two images runs
 // the work posted to the queue with acquisition stopped, since a colour-mode change
 // alters the frames and a sequence or a still needs the stream for itself.
 class CameraLoop {
 public:
-    CameraLoop(Tavri::CameraDriver& camera, TaskQueue& tasks, FramePublisher& publisher);
+    CameraLoop(Tavri::CameraDriver& camera, TaskQueue& tasks, FrameHub& hub);
 
     // Returns when `stopRequested` says so (it is asked at least every `kWaitMs`),
     // with acquisition stopped and the queue closed.
@@ -40,7 +40,7 @@ private:
 
     Tavri::CameraDriver& camera_;
     TaskQueue& tasks_;
-    FramePublisher& publisher_;
+    FrameHub& hub_;
     mutable std::mutex mutex_;
     CameraStats stats_;
 };

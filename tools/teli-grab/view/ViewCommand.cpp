@@ -7,7 +7,7 @@
 #include "Session.h"
 #include "ToolError.h"
 #include "view/CameraLoop.h"
-#include "view/FramePublisher.h"
+#include "view/FrameHub.h"
 #include "view/ListenAddress.h"
 #include "view/TaskQueue.h"
 #include "view/ViewServer.h"
@@ -19,7 +19,6 @@ namespace {
 struct ViewOptions {
     std::string listen = "127.0.0.1:8080";
     std::string token;
-    int quality = 80;
 };
 
 volatile std::sig_atomic_t stopSignal = 0;
@@ -45,12 +44,12 @@ private:
     void (*previousTerm_)(int);
 };
 
-void serve(Session& session, const View::ListenAddress& address, const std::string& token, int quality) {
+void serve(Session& session, const View::ListenAddress& address, const std::string& token) {
     View::TaskQueue tasks;
-    View::FramePublisher publisher(quality);
+    View::FrameHub hub;
     auto& camera = session.camera();
-    View::CameraLoop loop(camera, tasks, publisher);
-    View::ViewServer server(address, token, tasks, publisher, loop);
+    View::CameraLoop loop(camera, tasks, hub);
+    View::ViewServer server(address, token, tasks, hub, loop);
     StopSignals signals;
 
     session.open();
@@ -60,9 +59,9 @@ void serve(Session& session, const View::ListenAddress& address, const std::stri
               << "press Ctrl-C to stop" << std::endl;
     loop.run([] { return stopSignal != 0; });
 
-    // Viewers first: their responses end once the publisher stops, then the server's
-    // threads can be joined; the camera is released when the session ends.
-    publisher.stop();
+    // Viewers first: their responses end once the hub stops, then the server's threads
+    // can be joined; the camera is released when the session ends.
+    hub.stop();
     server.stop();
     const auto stats = loop.stats();
     std::cout << "teli-grab view: stopped after " << stats.frames << " frames, " << stats.failures << " failures"
@@ -80,14 +79,11 @@ void addViewCommand(CLI::App& app, const GlobalOptions& options) {
         ->capture_default_str();
     command->add_option("--token", settings->token,
                         "token every request must carry (default off 127.0.0.1: a random one, printed at start)");
-    command->add_option("--quality", settings->quality, "JPEG quality of the live image")
-        ->capture_default_str()
-        ->check(CLI::Range(10, 100));
     command->callback([&options, settings] {
         const auto address = View::parseListenAddress(settings->listen);
         std::string token = settings->token;
         if (token.empty() && address.needsToken()) token = View::randomToken();
-        withSession(options, [&](Session& session) { serve(session, address, token, settings->quality); });
+        withSession(options, [&](Session& session) { serve(session, address, token); });
     });
 }
 

@@ -6,7 +6,7 @@
 
 namespace TeliGrab {
 
-// `teli-grab view [--listen ADDRESS:PORT] [--token TOKEN] [--quality Q]`: a live view of
+// `teli-grab view [--listen ADDRESS:PORT] [--token TOKEN]`: a live view of
 // the camera in the browser until Ctrl-C.
 void addViewCommand(CLI::App& app, const GlobalOptions& options);
 

@@ -5,6 +5,8 @@
 
 #include "ToolError.h"
 #include "view/CameraActions.h"
+#include "view/FrameAnalysis.h"
+#include "view/FrameView.h"
 #include "view/PageRequests.h"
 #include "view/WebAssets.h"
 
@@ -35,34 +37,40 @@ bool sameToken(const std::string& given, const std::string& token) {
     return difference == 0;
 }
 
-nlohmann::json statusJson(const CameraLoop& loop, const FramePublisher& publisher) {
+constexpr int kJpegQuality = 80;
+
+// The histogram is taken from the newest frame when the page asks, twice a second,
+// rather than for every frame.
+nlohmann::json statusJson(const CameraLoop& loop, const FrameHub& hub) {
     const auto stats = loop.stats();
     nlohmann::json status{{"frames", stats.frames},
                           {"failures", stats.failures},
                           {"lastFailure", stats.lastFailure},
                           {"cameraFps", stats.framesPerSecond},
-                          {"markSaturated", publisher.marksSaturated()}};
-    if (const auto frame = publisher.latest()) {
+                          {"markSaturated", hub.marksSaturated()}};
+    if (const auto frame = hub.latest()) {
+        const auto analysis = analyse(frame->image);
         status["stamp"] = frame->stamp;
-        status["width"] = frame->width;
-        status["height"] = frame->height;
-        status["histogram"] = frame->analysis.histogram;
-        status["saturatedShare"] = frame->analysis.saturatedShare;
+        status["width"] = frame->image.cols;
+        status["height"] = frame->image.rows;
+        status["histogram"] = analysis.histogram;
+        status["saturatedShare"] = analysis.saturatedShare;
     }
     return status;
 }
 
-std::string partHeader(const EncodedFrame& frame) {
-    return (boost::format("--%s\r\nContent-Type: image/jpeg\r\nContent-Length: %d\r\nX-Frame-Stamp: %d\r\n\r\n") %
-            kBoundary % frame.jpeg->size() % frame.stamp)
+std::string partHeader(const RawFrame& frame, std::size_t bytes) {
+    return (boost::format("--%s\r\nContent-Type: image/jpeg\r\nContent-Length: %d\r\nX-Frame-Stamp: %d\r\n"
+                          "X-Frame-Size: %dx%d\r\n\r\n") %
+            kBoundary % bytes % frame.stamp % frame.image.cols % frame.image.rows)
         .str();
 }
 
 }  // namespace
 
-ViewServer::ViewServer(const ListenAddress& address, std::string token, TaskQueue& tasks, FramePublisher& publisher,
+ViewServer::ViewServer(const ListenAddress& address, std::string token, TaskQueue& tasks, FrameHub& hub,
                        const CameraLoop& loop)
-    : token_(std::move(token)), tasks_(tasks), publisher_(publisher), loop_(loop) {
+    : token_(std::move(token)), tasks_(tasks), hub_(hub), loop_(loop) {
     server_.set_keep_alive_timeout(1);
     server_.set_payload_max_length(kMaxBody);
     addRoutes();
@@ -111,6 +119,33 @@ void ViewServer::answerFromCamera(httplib::Response& response, TaskQueue::Work w
     }
 }
 
+// One long response of JPEG parts, each the newest frame in the view the page asked for.
+void ViewServer::stream(const httplib::Request& request, httplib::Response& response) {
+    ViewRequest view;
+    try {
+        view = parseViewRequest(request.get_param_value("fit"), request.get_param_value("region"));
+    } catch (const RequestError& error) {
+        return answer(response, errorReply(400, error.what()));
+    }
+    response.set_header("Cache-Control", "no-store");
+    auto last = std::make_shared<std::uint64_t>(0);
+    response.set_chunked_content_provider(
+        std::string("multipart/x-mixed-replace; boundary=") + kBoundary,
+        [this, view, last](std::size_t, httplib::DataSink& sink) {
+            // Waits in short steps so a stopping server ends the response soon.
+            const auto frame = hub_.next(*last, kFrameWait);
+            if (stopping_ || hub_.stopped()) return false;
+            if (!frame) return sink.is_writable();
+            *last = frame->stamp;
+            const auto start = std::chrono::steady_clock::now();
+            const auto jpeg = encodeJpeg(renderView(*frame, view, hub_.marksSaturated()), kJpegQuality);
+            hub_.countEncoded(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+            const std::string header = partHeader(*frame, jpeg.size());
+            return sink.write(header.data(), header.size()) &&
+                   sink.write(reinterpret_cast<const char*>(jpeg.data()), jpeg.size()) && sink.write("\r\n", 2);
+        });
+}
+
 void ViewServer::addRoutes() {
     server_.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         if (authorised(request)) return httplib::Server::HandlerResponse::Unhandled;
@@ -123,33 +158,19 @@ void ViewServer::addRoutes() {
         response.set_content(asset->body.data(), asset->body.size(), asset->contentType);
     });
 
-    server_.Get("/stream", [this](const httplib::Request&, httplib::Response& response) {
-        response.set_header("Cache-Control", "no-store");
-        auto last = std::make_shared<std::uint64_t>(0);
-        response.set_chunked_content_provider(
-            std::string("multipart/x-mixed-replace; boundary=") + kBoundary,
-            [this, last](std::size_t, httplib::DataSink& sink) {
-                // Waits in short steps so a stopping publisher ends the response soon.
-                const auto frame = publisher_.next(*last, kFrameWait);
-                if (stopping_ || publisher_.stopped()) return false;
-                if (!frame) return sink.is_writable();
-                *last = frame->stamp;
-                const std::string header = partHeader(*frame);
-                return sink.write(header.data(), header.size()) &&
-                       sink.write(reinterpret_cast<const char*>(frame->jpeg->data()), frame->jpeg->size()) &&
-                       sink.write("\r\n", 2);
-            });
+    server_.Get("/stream", [this](const httplib::Request& request, httplib::Response& response) {
+        stream(request, response);
     });
 
     server_.Get("/api/status", [this](const httplib::Request&, httplib::Response& response) {
-        answer(response, {200, "application/json", statusJson(loop_, publisher_).dump(), ""});
+        answer(response, {200, "application/json", statusJson(loop_, hub_).dump(), ""});
     });
 
     server_.Post("/api/overlay", [this](const httplib::Request& request, httplib::Response& response) {
         const std::string value = request.get_param_value("saturated");
         if (value != "0" && value != "1")
             return answer(response, errorReply(400, "saturated must be 0 or 1"));
-        publisher_.setMarkSaturated(value == "1");
+        hub_.setMarkSaturated(value == "1");
         answer(response, {200, "application/json", nlohmann::json{{"markSaturated", value == "1"}}.dump(), ""});
     });
 

@@ -7,19 +7,19 @@
 #include <thread>
 
 #include "view/CameraLoop.h"
-#include "view/FramePublisher.h"
+#include "view/FrameHub.h"
 #include "view/ListenAddress.h"
 #include "view/TaskQueue.h"
 
 namespace TeliGrab::View {
 
 // The page's HTTP server. Camera work goes through the task queue; frames come from
-// the publisher. With a token, every request must carry it (query parameter "token" or
+// the hub, and each stream encodes the view its page asked for. With a token, every request must carry it (query parameter "token" or
 // header "X-View-Token"); one without it is answered 403 before any handler runs.
 class ViewServer {
 public:
     // Binds at once, so a busy port is reported before the camera is opened.
-    ViewServer(const ListenAddress& address, std::string token, TaskQueue& tasks, FramePublisher& publisher,
+    ViewServer(const ListenAddress& address, std::string token, TaskQueue& tasks, FrameHub& hub,
                const CameraLoop& loop);
     ~ViewServer();
     ViewServer(const ViewServer&) = delete;
@@ -34,10 +34,11 @@ private:
     void addRoutes();
     bool authorised(const httplib::Request& request) const;
     void answerFromCamera(httplib::Response& response, TaskQueue::Work work);
+    void stream(const httplib::Request& request, httplib::Response& response);
 
     const std::string token_;
     TaskQueue& tasks_;
-    FramePublisher& publisher_;
+    FrameHub& hub_;
     const CameraLoop& loop_;
     std::atomic<bool> stopping_{false};
     httplib::Server server_;

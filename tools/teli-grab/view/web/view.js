@@ -19,39 +19,68 @@ async function call(method, path, body) {
 }
 
 // ---- live image -------------------------------------------------------------------
+// The server sends each frame in the view shown: scaled to the canvas, or a canvas-sized
+// region at full resolution for the 1:1 zoom. A change of view starts a new stream.
 
 const live = $('live');
 const context = live.getContext('2d');
 let bitmap = null;
-let zoomAt = null;  // image coordinates shown 1:1 at the canvas centre, or null: fit
+let imageSize = null;  // the camera's frame size, from the stream's part headers
+let zoomAt = null;     // image point at the canvas centre in 1:1 view, or null: fit
 let shownFrames = 0;
+window.viewCounters = {received: 0, shown: 0};
+
+function sizeCanvas() {
+  const ratio = window.devicePixelRatio || 1;
+  const w = Math.max(16, Math.round(live.clientWidth * ratio)), h = Math.max(16, Math.round(live.clientHeight * ratio));
+  if (live.width !== w || live.height !== h) { live.width = w; live.height = h; }
+}
 
 function fitRect() {
-  const scale = Math.min(live.width / bitmap.width, live.height / bitmap.height);
-  const w = bitmap.width * scale, h = bitmap.height * scale;
-  return {x: (live.width - w) / 2, y: (live.height - h) / 2, w, h, scale};
+  const scale = Math.min(live.width / imageSize.width, live.height / imageSize.height, 1);
+  const w = Math.round(imageSize.width * scale), h = Math.round(imageSize.height * scale);
+  return {x: Math.round((live.width - w) / 2), y: Math.round((live.height - h) / 2), w, h, scale};
+}
+
+// The region of the 1:1 view: canvas-sized, around zoomAt, inside the image.
+function zoomRegion() {
+  const w = Math.min(live.width, imageSize.width), h = Math.min(live.height, imageSize.height);
+  const x = Math.min(Math.max(Math.round(zoomAt.x - w / 2), 0), imageSize.width - w);
+  const y = Math.min(Math.max(Math.round(zoomAt.y - h / 2), 0), imageSize.height - h);
+  return {x, y, w, h};
+}
+
+function viewQuery() {
+  if (zoomAt && imageSize) {
+    const r = zoomRegion();
+    return `region=${r.x},${r.y},${Math.max(r.w, 16)},${Math.max(r.h, 16)}`;
+  }
+  return `fit=${live.width}x${live.height}`;
 }
 
 function draw() {
-  const ratio = window.devicePixelRatio || 1;
-  const w = Math.round(live.clientWidth * ratio), h = Math.round(live.clientHeight * ratio);
-  if (live.width !== w || live.height !== h) { live.width = w; live.height = h; }
+  sizeCanvas();
   context.fillStyle = '#000';
   context.fillRect(0, 0, live.width, live.height);
-  if (!bitmap) return;
+  if (!bitmap || !imageSize) return;
   if (zoomAt) {
-    context.imageSmoothingEnabled = false;
-    context.drawImage(bitmap, Math.round(zoomAt.x - live.width / 2), Math.round(zoomAt.y - live.height / 2),
-                      live.width, live.height, 0, 0, live.width, live.height);
+    context.drawImage(bitmap, Math.max(0, Math.round((live.width - bitmap.width) / 2)),
+                      Math.max(0, Math.round((live.height - bitmap.height) / 2)));
   } else {
-    context.imageSmoothingEnabled = true;
     const r = fitRect();
     context.drawImage(bitmap, r.x, r.y, r.w, r.h);
   }
 }
 
+let generation = 0;
+let controller = null;
+function restartStream() {
+  ++generation;
+  if (controller) controller.abort();
+}
+
 live.addEventListener('click', (event) => {
-  if (!bitmap) return;
+  if (!imageSize) return;
   if (zoomAt) {
     zoomAt = null;
   } else {
@@ -60,28 +89,40 @@ live.addEventListener('click', (event) => {
     zoomAt = {x: (event.offsetX * ratio - r.x) / r.scale, y: (event.offsetY * ratio - r.y) / r.scale};
   }
   live.classList.toggle('zoomed', zoomAt !== null);
-  draw();
+  restartStream();
 });
-window.addEventListener('resize', draw);
+let resizeTimer = null;
+window.addEventListener('resize', () => {
+  draw();
+  clearTimeout(resizeTimer);
+  resizeTimer = setTimeout(restartStream, 200);
+});
 
 // Decodes only the newest frame: while one decodes, later ones replace each other.
 let decoding = false;
 let waiting = null;
-async function show(jpeg, stamp) {
-  if (decoding) { waiting = {jpeg, stamp}; return; }
+async function show(part) {
+  if (decoding) { waiting = part; return; }
   decoding = true;
   try {
-    const next = await createImageBitmap(new Blob([jpeg], {type: 'image/jpeg'}));
-    if (bitmap) bitmap.close();
-    bitmap = next;
-    ++shownFrames;
-    live.dataset.stamp = stamp;
-    $('stamp').textContent = stamp;
-    draw();
+    const next = await createImageBitmap(new Blob([part.jpeg], {type: 'image/jpeg'}));
+    if (part.generation !== generation) {
+      next.close();  // a frame of the view before
+    } else {
+      if (bitmap) bitmap.close();
+      bitmap = next;
+      imageSize = part.size;
+      ++shownFrames;
+      ++window.viewCounters.shown;
+      live.dataset.stamp = part.stamp;
+      live.dataset.view = part.view;
+      $('stamp').textContent = part.stamp;
+      draw();
+    }
   } finally {
     decoding = false;
   }
-  if (waiting) { const w = waiting; waiting = null; show(w.jpeg, w.stamp); }
+  if (waiting) { const w = waiting; waiting = null; show(w); }
 }
 
 function indexOfBlankLine(bytes) {
@@ -90,11 +131,15 @@ function indexOfBlankLine(bytes) {
   return -1;
 }
 
-// Parts: "--frame\r\n" headers with Content-Length and X-Frame-Stamp, a blank line, the
-// JPEG, "\r\n". The length is read from the headers, so the JPEG is never scanned.
+// Parts: "--frame\r\n" headers with Content-Length, X-Frame-Stamp and X-Frame-Size, a blank
+// line, the JPEG, "\r\n". The length is read from the headers, so the JPEG is never scanned.
 async function readStream() {
-  const response = await fetch(withToken('/stream'), {cache: 'no-store'});
-  if (!response.ok) throw new Error('stream: HTTP ' + response.status);
+  sizeCanvas();
+  const mine = generation;
+  const view = viewQuery();
+  controller = new AbortController();
+  const response = await fetch(withToken('/stream?' + view), {cache: 'no-store', signal: controller.signal});
+  if (!response.ok) throw new Error('stream: ' + ((await response.json()).error || 'HTTP ' + response.status));
   const reader = response.body.getReader();
   const decoder = new TextDecoder();
   let buffer = new Uint8Array(0);
@@ -111,10 +156,12 @@ async function readStream() {
       const headers = decoder.decode(buffer.subarray(0, end));
       const length = Number((/Content-Length:\s*(\d+)/i.exec(headers) || [])[1]);
       const stamp = Number((/X-Frame-Stamp:\s*(\d+)/i.exec(headers) || [])[1]);
+      const [, width, height] = (/X-Frame-Size:\s*(\d+)x(\d+)/i.exec(headers) || []).map(Number);
       if (!Number.isFinite(length)) throw new Error('stream: a part without Content-Length');
       const start = end + 4;
       if (buffer.length < start + length + 2) break;
-      show(buffer.slice(start, start + length), stamp);
+      ++window.viewCounters.received;
+      show({jpeg: buffer.slice(start, start + length), stamp, size: {width, height}, generation: mine, view});
       buffer = buffer.slice(start + length + 2);
     }
   }
@@ -125,6 +172,7 @@ async function keepStreaming() {
     try {
       await readStream();
     } catch (error) {
+      if (error.name === 'AbortError') continue;  // a new view was asked for
       $('lastFailure').textContent = String(error.message || error);
     }
     await new Promise((resolve) => setTimeout(resolve, 1000));
