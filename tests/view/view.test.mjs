@@ -214,6 +214,13 @@ async function tokenCase() {
       const reply = await api(bare, method, route, body);
       check(reply.status === 403, `${method} ${route} without the right token: 403`);
     }
+    // A second view on the same address is refused, not sharing the port.
+    const second = startView(`${printed.hostname}:${printed.port}`);
+    second.url.catch(() => {});
+    const secondEnd = await Promise.race([second.exited, new Promise((r) => setTimeout(() => r(null), 30000))]);
+    if (!secondEnd) await stopView(second, 'second view');
+    check(secondEnd && secondEnd.code === 1, 'a second view on a port in use ends with exit code 1');
+
     const settings = await api(bare, 'GET', `/api/settings?token=${token}`);
     check(settings.status === 200 && settings.json.settings.ExposureTime === 8333,
           'with the token: answered, and the refused change did not reach the camera');

@@ -71,6 +71,12 @@ std::string partHeader(const RawFrame& frame, std::size_t bytes) {
 ViewServer::ViewServer(const ListenAddress& address, std::string token, TaskQueue& tasks, FrameHub& hub,
                        const CameraLoop& loop)
     : token_(std::move(token)), tasks_(tasks), hub_(hub), loop_(loop) {
+    // SO_REUSEADDR alone: httplib's default, SO_REUSEPORT, would let a second view bind
+    // the same port and take half of its connections instead of being refused.
+    server_.set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    });
     server_.set_keep_alive_timeout(1);
     server_.set_payload_max_length(kMaxBody);
     addRoutes();
