@@ -1,11 +1,11 @@
 // Starts `teli-grab view` on the simulated rig and drives its page in headless chromium:
-// the live image updates, an exposure change reaches the camera and its read-back shows,
-// a refused value shows the driver's text, a sequence of 12 shows its contact sheet, bad
-// input is refused, and off 127.0.0.1 a request without the token is refused and
-// changes nothing. Every server is stopped by its pid with SIGINT, killed if it lingers.
+// the live image updates and zooms, an exposure change reaches the camera and its read-back
+// shows, a refused value shows the driver's text, settings files save and load, the still
+// is a PNG, a sequence of 12 shows its contact sheet, bad input is refused, and off
+// 127.0.0.1 a request without the token is refused and changes nothing. Every server is stopped by its pid with SIGINT, killed if it lingers.
 // Usage: node view.test.mjs TELI_GRAB ARTIFACT_DIR CHROMIUM
 import {spawn} from 'node:child_process';
-import {mkdirSync, mkdtempSync, rmSync} from 'node:fs';
+import {mkdirSync, mkdtempSync, rmSync, writeFileSync} from 'node:fs';
 import {tmpdir} from 'node:os';
 import path from 'node:path';
 import puppeteer from 'puppeteer-core';
@@ -145,6 +145,25 @@ async function liveViewCase() {
           'a refused exposure shows the driver\'s text');
     check(await page.$eval('[data-key="ExposureTime"] .kept', (e) => e.textContent) === 'kept: 4321',
           'after a refusal the camera\'s value is shown unchanged');
+
+    // Settings saved as `teli-grab settings` prints them load back through the page.
+    const saved = await api(base, 'GET', '/api/settings/file');
+    const edited = JSON.parse(saved.text);
+    check(edited.ExposureTime === 4321 && edited.Camera.TriggerType === 'Hardware',
+          'the saved settings file holds the camera\'s settings');
+    edited.ExposureTime = 7777;
+    const file = path.join(mkdtempSync(path.join(tmpdir(), 'teli-view-settings-')), 'camera.json');
+    writeFileSync(file, JSON.stringify(edited));
+    await (await page.$('#loadSettings')).uploadFile(file);
+    check(await keptAfter(page, 'ExposureTime', 7777) === 'kept: 7777', 'a loaded settings file reaches the camera');
+    rmSync(path.dirname(file), {recursive: true, force: true});
+    await setControl(page, 'ExposureTime', 4321);
+    await keptAfter(page, 'ExposureTime', 4321);
+
+    // The still is a full-size PNG.
+    const still = Buffer.from(await (await fetch(new URL('/api/still.png', base))).arrayBuffer());
+    check(still.subarray(1, 4).toString() === 'PNG' && still.readUInt32BE(16) === 1920 && still.readUInt32BE(20) === 1200,
+          'the still is a 1920 x 1200 PNG');
 
     // A sequence of 12 as a contact sheet: 4 columns x 3 rows of 240 x 150 thumbnails.
     await page.$eval('#sequenceCount', (e) => { e.value = '12'; });
