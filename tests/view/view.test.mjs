@@ -6,6 +6,7 @@
 // Usage: node view.test.mjs TELI_GRAB ARTIFACT_DIR CHROMIUM
 import {spawn} from 'node:child_process';
 import {mkdirSync, mkdtempSync, rmSync, writeFileSync} from 'node:fs';
+import http from 'node:http';
 import {tmpdir} from 'node:os';
 import path from 'node:path';
 import puppeteer from 'puppeteer-core';
@@ -195,6 +196,21 @@ async function liveViewCase() {
       check(reply.status === 400 && reason.test(reply.text), `${route} ${body || ''}: refused (${reply.text})`);
     }
     check((await api(base, 'GET', '/api/status')).status === 200, 'the server still answers after bad input');
+
+    // Without a token, requests another web page (or a rebound host name) makes are refused.
+    for (const headers of [{Origin: 'http://example.invalid'}, {Host: 'example.invalid'}]) {
+      const status = await new Promise((resolve, reject) => {
+        const request = http.request(new URL('/api/settings', base), {method: 'POST', headers}, (response) => {
+          response.resume();
+          resolve(response.statusCode);
+        });
+        request.on('error', reject);
+        request.end('{"ExposureTime": 100}');
+      });
+      check(status === 403, `a request with ${JSON.stringify(headers)}: 403`);
+    }
+    check((await api(base, 'GET', '/api/settings')).json.settings.ExposureTime === 4321,
+          'the refused cross-site change did not reach the camera');
 
     // The picture for the README: saturated pixels marked, the sheet open.
     await setControl(page, 'Camera/Gain', 6);

@@ -1,5 +1,6 @@
 #include "view/ViewServer.h"
 
+#include <algorithm>
 #include <boost/format.hpp>
 #include <nlohmann/json.hpp>
 
@@ -91,6 +92,10 @@ ViewServer::ViewServer(const ListenAddress& address, std::string token, TaskQueu
                                                         "this machine's") %
                                           address.host % address.port)
                                              .str());
+    if (token_.empty()) {
+        const std::string port = std::to_string(port_);
+        ownHosts_ = {address.host + ":" + port, "localhost:" + port};
+    }
 }
 
 ViewServer::~ViewServer() { stop(); }
@@ -109,7 +114,14 @@ void ViewServer::stop() {
 }
 
 bool ViewServer::authorised(const httplib::Request& request) const {
-    if (token_.empty()) return true;
+    if (token_.empty()) {
+        // Without a token, any web page in the user's browser could send requests here:
+        // only requests for this server's own name, from its own page or none, are taken.
+        const std::string host = request.get_header_value("Host");
+        const bool ownHost = std::find(ownHosts_.begin(), ownHosts_.end(), host) != ownHosts_.end();
+        const std::string origin = request.get_header_value("Origin");
+        return ownHost && (origin.empty() || origin == "http://" + host);
+    }
     if (request.has_param("token")) return sameToken(request.get_param_value("token"), token_);
     return sameToken(request.get_header_value("X-View-Token"), token_);
 }
@@ -155,7 +167,8 @@ void ViewServer::stream(const httplib::Request& request, httplib::Response& resp
 void ViewServer::addRoutes() {
     server_.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         if (authorised(request)) return httplib::Server::HandlerResponse::Unhandled;
-        answer(response, errorReply(403, "this view needs its token: open the address teli-grab printed"));
+        answer(response, errorReply(403, token_.empty() ? "requests from other sites are refused"
+                                                        : "this view needs its token: open the address teli-grab printed"));
         return httplib::Server::HandlerResponse::Handled;
     });
 

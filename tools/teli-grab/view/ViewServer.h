@@ -5,6 +5,7 @@
 #include <atomic>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "view/CameraLoop.h"
 #include "view/FrameHub.h"
@@ -13,9 +14,11 @@
 
 namespace TeliGrab::View {
 
-// The page's HTTP server. Camera work goes through the task queue; frames come from
-// the hub, and each stream encodes the view its page asked for. With a token, every request must carry it (query parameter "token" or
-// header "X-View-Token"); one without it is answered 403 before any handler runs.
+// The page's HTTP server. Camera work goes through the task queue; frames come from the
+// hub, and each stream encodes the view its page asked for. With a token, every request
+// must carry it (query parameter "token" or header "X-View-Token"); without one, only
+// requests naming this server as their host and coming from its own page (or no page)
+// are taken. Any other request is answered 403 before a handler runs.
 class ViewServer {
 public:
     // Binds at once, so a busy port is reported before the camera is opened.
@@ -37,6 +40,7 @@ private:
     void stream(const httplib::Request& request, httplib::Response& response);
 
     const std::string token_;
+    std::vector<std::string> ownHosts_;  // Host headers taken without a token
     TaskQueue& tasks_;
     FrameHub& hub_;
     const CameraLoop& loop_;
