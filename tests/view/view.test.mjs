@@ -48,7 +48,8 @@ async function stopView(view, label) {
     view.child.kill('SIGKILL');
     await view.exited;
   }
-  check(result && result.code === 0, `${label}: Ctrl-C ends teli-grab view with exit code 0 within ${STOP_MS} ms`);
+  check(result && result.code === 0,
+        `${label}: Ctrl-C ends teli-grab view with exit code 0 within ${STOP_MS} ms (${JSON.stringify(result)})`);
   check(/stopped after \d+ frames/.test(view.output()), `${label}: it reports how it stopped`);
 }
 
@@ -171,11 +172,13 @@ async function liveViewCase() {
     await page.click('#sequence');
     await page.waitForFunction(() => {
       const sheet = document.getElementById('sheet');
-      return sheet.dataset.count === '12' && sheet.complete && sheet.naturalWidth > 0;
+      return (sheet.dataset.count === '12' && sheet.complete && sheet.naturalWidth > 0) ||
+             document.getElementById('sequenceMessage').classList.contains('error');
     }, {timeout: 30000});
+    const sequenceMessage = await page.$eval('#sequenceMessage', (e) => e.textContent);
     const sheet = await page.$eval('#sheet', (e) => [e.naturalWidth, e.naturalHeight]);
     check(sheet[0] === 4 * 244 + 4 && sheet[1] === 3 * 154 + 4,
-          `a sequence of 12 shows a contact sheet of 4 x 3 (${sheet[0]} x ${sheet[1]} pixels)`);
+          `a sequence of 12 shows a contact sheet of 4 x 3 (${sheet[0]} x ${sheet[1]} pixels; ${sequenceMessage})`);
     check(await page.$eval('#sheetPanel', (e) => !e.hidden), 'the contact sheet is visible');
 
     // Bad input is refused with a reason and the server goes on.

@@ -7,6 +7,7 @@
 
 #include "DriverLogTap.h"
 #include "ImageOutput.h"
+#include "settings/SettingsOld.h"
 #include "view/FrameAnalysis.h"
 
 namespace TeliGrab::View {
@@ -76,9 +77,16 @@ Reply sequenceSheet(Tavri::CameraDriver& camera, int count) {
                 for (const auto& image : set->images) previews.push_back(forPng(image, set->mode, true).clone());
         }
         // A lost image only shows in the log; the slots from it on hold undefined bytes.
-        if (!failures.empty())
-            return errorReply(502, "the driver reported a failure during the sequence: " +
-                                       boost::algorithm::join(failures, "; "));
+        if (!failures.empty()) {
+            std::string text = "the driver reported a failure during the sequence: " +
+                               boost::algorithm::join(failures, "; ");
+            // The driver sends no trigger during a sequence: without hardware pulses the
+            // first wait times out, which its log calls only an unknown error.
+            const auto trigger = camera.settings()[SettingsOld::Camera::TriggerType].toString();
+            if (trigger != SettingsOld::Camera::TriggerTypeValues::Hardware)
+                text += " (the trigger type is " + trigger + "; a sequence takes its images from hardware trigger pulses)";
+            return errorReply(502, text);
+        }
         if (previews.size() != static_cast<std::size_t>(count))
             return errorReply(502, (boost::format("the driver returned %d images for a sequence of %d") %
                                     previews.size() % count)

@@ -1,5 +1,6 @@
 #include "view/ViewCommand.h"
 
+#include <atomic>
 #include <csignal>
 #include <iostream>
 #include <memory>
@@ -21,7 +22,10 @@ struct ViewOptions {
     std::string token;
 };
 
-volatile std::sig_atomic_t stopSignal = 0;
+// Lock-free, so safe in a signal handler, and atomic, since the signal may arrive on any
+// of the process's threads while the camera thread reads it.
+std::atomic<int> stopSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free);
 extern "C" void onStopSignal(int signal) { stopSignal = signal; }
 
 // Ctrl-C and SIGTERM end the view the normal way, so acquisition stops and the camera
