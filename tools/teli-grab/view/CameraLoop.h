@@ -14,7 +14,7 @@ namespace TeliGrab::View {
 
 struct CameraStats {
     std::uint64_t frames = 0;    // also the stamp of the newest frame
-    std::uint64_t failures = 0;  // images that did not arrive, and failed stream starts
+    std::uint64_t failures = 0;  // failed images and stream starts, and stretches without images
     std::string lastFailure;
     double framesPerSecond = 0.0;  // over the last second or so
 };

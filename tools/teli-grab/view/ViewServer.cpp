@@ -134,6 +134,8 @@ void ViewServer::answerFromCamera(httplib::Response& response, TaskQueue::Work w
         answer(response, future.get());
     } catch (const std::future_error&) {
         answer(response, errorReply(503, "the view is shutting down"));
+    } catch (const std::exception& error) {
+        answer(response, errorReply(500, error.what()));
     }
 }
 
