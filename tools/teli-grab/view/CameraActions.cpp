@@ -52,11 +52,11 @@ Reply applyChange(Tavri::CameraDriver& camera, const SettingsChange& change) {
     }
 }
 
-Reply stillPng(Tavri::CameraDriver& camera) {
+Reply stillPng(Tavri::CameraDriver& camera, bool debayer) {
     try {
         const cv::Mat image = camera.grab();
         std::vector<unsigned char> png;
-        cv::imencode(".png", forPng(image, camera.getMode(), false), png);
+        cv::imencode(".png", forPng(image, camera.getMode(), debayer), png);
         return {200, "image/png", std::string(png.begin(), png.end()), "still.png"};
     } catch (const std::exception& error) {
         return errorReply(502, std::string("grab: ") + error.what());

@@ -16,8 +16,9 @@ Reply currentSettings(Tavri::CameraDriver& camera);
 // read back}. The refusals are the driver's exception text and the failures it logged.
 Reply applyChange(Tavri::CameraDriver& camera, const SettingsChange& change);
 
-// One image from grab, as PNG.
-Reply stillPng(Tavri::CameraDriver& camera);
+// One image from grab, as PNG; a Raw mosaic demosaiced when `debayer` is set, as
+// `teli-grab grab` writes it.
+Reply stillPng(Tavri::CameraDriver& camera, bool debayer);
 
 // A hardware-triggered sequence of `count` images as one JPEG contact sheet.
 Reply sequenceSheet(Tavri::CameraDriver& camera, int count);

@@ -48,12 +48,13 @@ private:
     void (*previousTerm_)(int);
 };
 
-void serve(Session& session, const View::ListenAddress& address, const std::string& token) {
+void serve(Session& session, const View::ListenAddress& address, const std::string& token, bool debayer) {
     View::TaskQueue tasks;
     View::FrameHub hub;
     auto& camera = session.camera();
     View::CameraLoop loop(camera, tasks, hub);
     View::ViewServer server(address, token, tasks, hub, loop);
+    server.setDebayerStills(debayer);
     StopSignals signals;
 
     session.open();
@@ -87,7 +88,7 @@ void addViewCommand(CLI::App& app, const GlobalOptions& options) {
         const auto address = View::parseListenAddress(settings->listen);
         std::string token = settings->token;
         if (token.empty() && address.needsToken()) token = View::randomToken();
-        withSession(options, [&](Session& session) { serve(session, address, token); });
+        withSession(options, [&](Session& session) { serve(session, address, token, options.debayer); });
     });
 }
 

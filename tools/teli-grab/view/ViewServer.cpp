@@ -228,7 +228,8 @@ void ViewServer::addRoutes() {
     });
 
     server_.Get("/api/still.png", [this](const httplib::Request&, httplib::Response& response) {
-        answerFromCamera(response, stillPng);
+        const bool debayer = debayerStills_;
+        answerFromCamera(response, [debayer](Tavri::CameraDriver& camera) { return stillPng(camera, debayer); });
     });
 
     server_.Post("/api/sequence", [this](const httplib::Request& request, httplib::Response& response) {

@@ -29,6 +29,8 @@ public:
     ViewServer& operator=(const ViewServer&) = delete;
 
     int port() const { return port_; }
+    // Stills of a Raw mosaic demosaiced, as --debayer asks.
+    void setDebayerStills(bool debayer) { debayerStills_ = debayer; }
     // Serves on a thread of its own until stop().
     void start();
     void stop();
@@ -47,6 +49,7 @@ private:
     std::atomic<bool> stopping_{false};
     httplib::Server server_;
     int port_ = 0;
+    std::atomic<bool> debayerStills_{false};
     std::thread thread_;
 };
 
