@@ -13,8 +13,11 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   help2man lintian file
 )
+packages+=(libcpp-httplib-dev)  # teli-grab view's HTTP server
 if [ "${1:-}" != "--core" ]; then
   packages+=(libaravis-dev aravis-tools aravis-tools-cli libusb-1.0-0-dev zlib1g-dev iproute2 util-linux)
+  packages+=(chromium nodejs)  # the browser and node for the live-view test (tests/view)
+  command -v npm >/dev/null || packages+=(npm)
 fi
 
 missing=()

@@ -110,10 +110,10 @@ TEST_F(DriverOverAravis, CameraWithoutTeliFeaturesOpensAndLogsWhatItRefuses) {
     };
     const std::vector<Row> rows{
         {stockSerials().front(), nullptr, "Failed to set camera trigger activation",
-         "Aravis: set trigger activation failed with 105: TriggerActivation = FallingEdge refused: no such entry; "
+         "Aravis: set trigger activation failed with 108: TriggerActivation = FallingEdge refused: no such entry; "
          "the camera offers RisingEdge"},
         {fixtureSerial(), "Line9", "Failed to set camera trigger source",
-         "Aravis: set trigger source failed with 105: TriggerSource = Line9 refused: no such entry; the camera "
+         "Aravis: set trigger source failed with 108: TriggerSource = Line9 refused: no such entry; the camera "
          "offers Line0, Line1, Software"},
     };
     for (const Row& row : rows) {
@@ -137,7 +137,7 @@ TEST_F(DriverOverAravis, CameraWithoutTeliFeaturesOpensAndLogsWhatItRefuses) {
     wanted.addDouble(SettingsOld::RedBalance, 1.5, "");
     ASSERT_TRUE(camera->updateSettings(wanted));
     EXPECT_TRUE(logged(3, "Failed to set new black level"));
-    EXPECT_TRUE(logged(3, "Aravis: set black level failed with 104: the camera has neither BlackLevel nor "
+    EXPECT_TRUE(logged(3, "Aravis: set black level failed with 300: the camera has neither BlackLevel nor "
                           "BlackLevelRaw"));
     EXPECT_TRUE(logged(1, "Attempted to set red balance to 1.50. New red balance read from camera: 0.00"));
 

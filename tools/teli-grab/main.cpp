@@ -7,6 +7,7 @@
 #include "Options.h"
 #include "ToolError.h"
 #include "platform/PluginLibrary.h"
+#include "view/ViewCommand.h"
 
 namespace {
 
@@ -86,6 +87,7 @@ int main(int argc, char** argv) {
     addGrabCommand(app, options);
     addSequenceCommand(app, options);
     addStreamCommand(app, options);
+    addViewCommand(app, options);
 
     try {
         app.parse(argc, argv);

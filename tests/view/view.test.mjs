@@ -1,0 +1,280 @@
+// Starts `teli-grab view` on the simulated rig and drives its page in headless chromium:
+// the live image updates and zooms, an exposure change reaches the camera and its read-back
+// shows, a refused value shows the driver's text, settings files save and load, the still
+// is a PNG, a sequence of 12 shows its contact sheet, bad input is refused, and off
+// 127.0.0.1 a request without the token is refused and changes nothing. Every server is stopped by its pid with SIGINT, killed if it lingers.
+// Usage: node view.test.mjs TELI_GRAB ARTIFACT_DIR CHROMIUM
+import {spawn} from 'node:child_process';
+import {mkdirSync, mkdtempSync, rmSync, writeFileSync} from 'node:fs';
+import http from 'node:http';
+import {tmpdir} from 'node:os';
+import path from 'node:path';
+import puppeteer from 'puppeteer-core';
+
+const [teliGrab, artifacts, chromium] = process.argv.slice(2);
+const STOP_MS = 10000;
+const failures = [];
+
+function check(condition, what) {
+  console.log(`${condition ? 'ok  ' : 'FAIL'} ${what}`);
+  if (!condition) failures.push(what);
+}
+
+// teli-grab view on the simulated rig; resolves once it prints its address.
+function startView(listen) {
+  const child = spawn(teliGrab, ['--sdk', 'sim', '--mode', 'gray', 'view', '--listen', listen],
+                      {stdio: ['ignore', 'pipe', 'pipe']});
+  let output = '';
+  child.stderr.on('data', (d) => process.stderr.write(d));
+  const exited = new Promise((resolve) => child.on('exit', (code, signal) => resolve({code, signal})));
+  const url = new Promise((resolve, reject) => {
+    const timer = setTimeout(() => reject(new Error('teli-grab view printed no address: ' + output)), 30000);
+    child.stdout.on('data', (d) => {
+      output += d;
+      const match = /(http:\/\/\S+)/.exec(output);
+      if (match) { clearTimeout(timer); resolve(new URL(match[1])); }
+    });
+    exited.then(({code}) => reject(new Error(`teli-grab view ended (${code}) before serving: ${output}`)));
+  });
+  return {child, url, exited, output: () => output};
+}
+
+// SIGINT as Ctrl-C would send; SIGKILL when it does not end in time.
+async function stopView(view, label) {
+  if (view.child.exitCode !== null || view.child.signalCode !== null) return;
+  view.child.kill('SIGINT');
+  const result = await Promise.race([view.exited, new Promise((r) => setTimeout(() => r(null), STOP_MS))]);
+  if (!result) {
+    view.child.kill('SIGKILL');
+    await view.exited;
+  }
+  check(result && result.code === 0,
+        `${label}: Ctrl-C ends teli-grab view with exit code 0 within ${STOP_MS} ms (${JSON.stringify(result)})`);
+  check(/stopped after \d+ frames/.test(view.output()), `${label}: it reports how it stopped`);
+}
+
+async function api(base, method, route, body) {
+  const response = await fetch(new URL(route, base), {method, body});
+  const text = await response.text();
+  let json = null;
+  try { json = JSON.parse(text); } catch { /* not JSON */ }
+  return {status: response.status, json, text};
+}
+
+const numberIn = (page, selector) => page.$eval(selector, (e) => Number(e.textContent));
+
+async function setControl(page, key, value) {
+  await page.$eval(`.control[data-key="${key}"] input, .control[data-key="${key}"] select`, (input, v) => {
+    input.value = v;
+    input.dispatchEvent(new Event('change'));
+  }, String(value));
+}
+
+async function keptAfter(page, key, expected) {
+  const selector = `.control[data-key="${key}"] .kept`;
+  await page.waitForFunction((s, text) => document.querySelector(s).textContent === text, {timeout: 15000},
+                             selector, `kept: ${expected}`);
+  return page.$eval(selector, (e) => e.textContent);
+}
+
+async function livePage(view) {
+  const base = await view.url;
+  const userDataDir = mkdtempSync(path.join(tmpdir(), 'teli-view-chromium-'));
+  const browser = await puppeteer.launch({
+    executablePath: chromium,
+    headless: true,
+    userDataDir,
+    args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking',
+           '--disable-component-update', '--disable-sync'],
+  });
+  const page = await browser.newPage();
+  // The page must fetch nothing but its own server.
+  const foreign = [];
+  await page.setRequestInterception(true);
+  page.on('request', (request) => {
+    if (new URL(request.url()).origin === base.origin) return request.continue();
+    foreign.push(request.url());
+    return request.abort();
+  });
+  page.on('pageerror', (error) => failures.push('page error: ' + error.message));
+  await page.setViewport({width: 1440, height: 900});
+  await page.goto(base.href);
+  return {base, browser, page, foreign, userDataDir};
+}
+
+async function liveViewCase() {
+  const view = startView('127.0.0.1:0');
+  let session = null;
+  try {
+    const base = await view.url;
+    check(base.hostname === '127.0.0.1' && !base.searchParams.has('token'), 'on 127.0.0.1 no token is asked for');
+    session = await livePage(view);
+    const {page} = session;
+
+    // Two different frame stamps on the drawn image.
+    await page.waitForFunction(() => Number(document.getElementById('live').dataset.stamp) > 0, {timeout: 20000});
+    const first = await page.$eval('#live', (e) => Number(e.dataset.stamp));
+    await page.waitForFunction((s) => Number(document.getElementById('live').dataset.stamp) !== s,
+                               {timeout: 20000}, first);
+    const second = await page.$eval('#live', (e) => Number(e.dataset.stamp));
+    check(second !== first, `the image updates (frame stamps ${first} then ${second})`);
+
+    // A click shows the image 1:1 around that point; a second click fits it again.
+    const box = await (await page.$('#live')).boundingBox();
+    await page.mouse.click(box.x + box.width / 2, box.y + box.height / 2);
+    await page.waitForFunction(() => /^region=\d+,\d+,\d+,\d+$/.test(document.getElementById('live').dataset.view),
+                               {timeout: 20000});
+    check(true, `a click shows the image 1:1 (${await page.$eval('#live', (e) => e.dataset.view)})`);
+    await page.mouse.click(box.x + box.width / 2, box.y + box.height / 2);
+    await page.waitForFunction(() => /^fit=/.test(document.getElementById('live').dataset.view), {timeout: 20000});
+
+    // An exposure change reaches the camera; the page shows what the camera kept.
+    await page.waitForFunction(() => document.querySelector('[data-key="ExposureTime"] .kept').textContent !== '');
+    await setControl(page, 'ExposureTime', 4321);
+    check(await keptAfter(page, 'ExposureTime', 4321) === 'kept: 4321', 'the page shows the exposure read back');
+    const camera = await api(base, 'GET', '/api/settings');
+    check(camera.json.settings.ExposureTime === 4321, 'the camera holds the new exposure');
+    // The rig stores balance ratios on a 1/64 grid: the page shows the stored value.
+    await setControl(page, 'RedBalance', 1.3);
+    check(await keptAfter(page, 'RedBalance', 1.296875) === 'kept: 1.296875',
+          'a balance ratio shows the value the camera kept, not the one asked for');
+    // Settings saved as `teli-grab settings` prints them load back through the page.
+    const saved = await api(base, 'GET', '/api/settings/file');
+    const edited = JSON.parse(saved.text);
+    check(edited.ExposureTime === 4321 && edited.Camera.TriggerType === 'Hardware',
+          'the saved settings file holds the camera\'s settings');
+    edited.ExposureTime = 7777;
+    const file = path.join(mkdtempSync(path.join(tmpdir(), 'teli-view-settings-')), 'camera.json');
+    writeFileSync(file, JSON.stringify(edited));
+    await (await page.$('#loadSettings')).uploadFile(file);
+    check(await keptAfter(page, 'ExposureTime', 7777) === 'kept: 7777', 'a loaded settings file reaches the camera');
+    rmSync(path.dirname(file), {recursive: true, force: true});
+    await setControl(page, 'ExposureTime', 4321);
+    await keptAfter(page, 'ExposureTime', 4321);
+
+    // An exposure below the camera's range is refused by the driver, with its text.
+    await setControl(page, 'ExposureTime', 5);
+    await page.waitForFunction(
+        () => document.querySelector('[data-key="ExposureTime"] .refusal').textContent !== '', {timeout: 15000});
+    check(await page.$eval('[data-key="ExposureTime"] .refusal', (e) => e.textContent) ===
+              'Failed to set camera exposure',
+          'a refused exposure shows the driver\'s text');
+    check(await page.$eval('[data-key="ExposureTime"] .kept', (e) => e.textContent) === 'kept: 4321',
+          'after a refusal the camera\'s value is shown unchanged');
+
+    // The still is a full-size PNG.
+    const still = Buffer.from(await (await fetch(new URL('/api/still.png', base))).arrayBuffer());
+    check(still.subarray(1, 4).toString() === 'PNG' && still.readUInt32BE(16) === 1920 && still.readUInt32BE(20) === 1200,
+          'the still is a 1920 x 1200 PNG');
+
+    // A sequence of 12 as a contact sheet: 4 columns x 3 rows of 240 x 150 thumbnails.
+    await page.$eval('#sequenceCount', (e) => { e.value = '12'; });
+    await page.click('#sequence');
+    await page.waitForFunction(() => {
+      const sheet = document.getElementById('sheet');
+      return (sheet.dataset.count === '12' && sheet.complete && sheet.naturalWidth > 0) ||
+             document.getElementById('sequenceMessage').classList.contains('error');
+    }, {timeout: 30000});
+    const sequenceMessage = await page.$eval('#sequenceMessage', (e) => e.textContent);
+    const sheet = await page.$eval('#sheet', (e) => [e.naturalWidth, e.naturalHeight]);
+    check(sheet[0] === 4 * 244 + 4 && sheet[1] === 3 * 154 + 4,
+          `a sequence of 12 shows a contact sheet of 4 x 3 (${sheet[0]} x ${sheet[1]} pixels; ${sequenceMessage})`);
+    check(await page.$eval('#sheetPanel', (e) => !e.hidden), 'the contact sheet is visible');
+
+    // Bad input is refused with a reason and the server goes on.
+    const bad = [
+      ['POST', '/api/settings', '{"Shutter": 1}', /unknown setting 'Shutter'/],
+      ['POST', '/api/settings', '{"Camera/Gain": "loud"}', /Camera\/Gain must be a number/],
+      ['POST', '/api/settings', '{"Camera/TriggerType": "Sometimes"}', /must be one of Hardware, Software, NoTrigger/],
+      ['POST', '/api/settings', 'not json', /expected a JSON object/],
+      ['POST', '/api/sequence?count=0', '', /whole number from 1 to 120/],
+      ['POST', '/api/sequence?count=121', '', /whole number from 1 to 120/],
+      ['POST', '/api/settings/file', '{"Lens": {"MaxIris": 2}}', /none of the camera's settings/],
+    ];
+    for (const [method, route, body, reason] of bad) {
+      const reply = await page.evaluate(async (m, r, b) => {
+        const response = await fetch(r, {method: m, body: b});
+        return {status: response.status, text: await response.text()};
+      }, method, route, body);
+      check(reply.status === 400 && reason.test(reply.text), `${route} ${body || ''}: refused (${reply.text})`);
+    }
+    check((await api(base, 'GET', '/api/status')).status === 200, 'the server still answers after bad input');
+
+    // Without a token, requests another web page (or a rebound host name) makes are refused.
+    for (const headers of [{Origin: 'http://example.invalid'}, {Host: 'example.invalid'}]) {
+      const status = await new Promise((resolve, reject) => {
+        const request = http.request(new URL('/api/settings', base), {method: 'POST', headers}, (response) => {
+          response.resume();
+          resolve(response.statusCode);
+        });
+        request.on('error', reject);
+        request.end('{"ExposureTime": 100}');
+      });
+      check(status === 403, `a request with ${JSON.stringify(headers)}: 403`);
+    }
+    check((await api(base, 'GET', '/api/settings')).json.settings.ExposureTime === 4321,
+          'the refused cross-site change did not reach the camera');
+
+    // The picture for the README: saturated pixels marked, the sheet open.
+    await setControl(page, 'Camera/Gain', 6);
+    await keptAfter(page, 'Camera/Gain', 6);
+    await page.click('#markSaturated');
+    await new Promise((resolve) => setTimeout(resolve, 3000));
+    const shown = await numberIn(page, '#shownFps');
+    const cameraRate = await numberIn(page, '#cameraFps');
+    console.log(`note: the page showed ${shown} frames per second; the camera delivered ${cameraRate}`);
+    mkdirSync(artifacts, {recursive: true});
+    await page.screenshot({path: path.join(artifacts, 'view.png')});
+    console.log(`screenshot: ${path.join(artifacts, 'view.png')}`);
+    check(session.foreign.length === 0, `the page fetches nothing elsewhere (${session.foreign.join(', ')})`);
+  } finally {
+    if (session) {
+      await session.browser.close();
+      rmSync(session.userDataDir, {recursive: true, force: true});
+    }
+    await stopView(view, 'loopback');
+  }
+}
+
+// Any address but 127.0.0.1 needs the token; 127.0.0.2 is such an address on loopback.
+async function tokenCase() {
+  const view = startView('127.0.0.2:0');
+  try {
+    const printed = await view.url;
+    const token = printed.searchParams.get('token');
+    check(/^[0-9a-f]{32}$/.test(token || ''), 'off 127.0.0.1 a random token is printed at start');
+    const bare = new URL(printed.origin);
+    const wrong = (route) => `${route}${route.includes('?') ? '&' : '?'}token=${'0'.repeat(32)}`;
+    for (const [method, route, body] of [['GET', '/', undefined], ['GET', '/stream', undefined],
+                                         ['POST', '/api/settings', '{"ExposureTime": 777}'],
+                                         ['POST', wrong('/api/settings'), '{"ExposureTime": 777}'],
+                                         ['POST', '/api/sequence?count=3', '']]) {
+      const reply = await api(bare, method, route, body);
+      check(reply.status === 403, `${method} ${route} without the right token: 403`);
+    }
+    // A second view on the same address is refused, not sharing the port.
+    const second = startView(`${printed.hostname}:${printed.port}`);
+    second.url.catch(() => {});
+    const secondEnd = await Promise.race([second.exited, new Promise((r) => setTimeout(() => r(null), 30000))]);
+    if (!secondEnd) await stopView(second, 'second view');
+    check(secondEnd && secondEnd.code === 1, 'a second view on a port in use ends with exit code 1');
+
+    const settings = await api(bare, 'GET', `/api/settings?token=${token}`);
+    check(settings.status === 200 && settings.json.settings.ExposureTime === 8333,
+          'with the token: answered, and the refused change did not reach the camera');
+  } finally {
+    await stopView(view, 'token');
+  }
+}
+
+try {
+  await liveViewCase();
+  await tokenCase();
+} catch (error) {
+  failures.push(String(error.stack || error));
+}
+if (failures.length) {
+  console.error(`${failures.length} failure(s):\n  ${failures.join('\n  ')}`);
+  process.exit(1);
+}
+console.log('all checks passed');
