@@ -1,5 +1,6 @@
 #include "bench/gige/ChildProcess.h"
 
+#include <benchmark/benchmark.h>
 #include <net/if.h>
 #include <sys/resource.h>
 
@@ -44,6 +45,18 @@ bool loopbackOnly() {
         if (std::string(entry->if_name) != "lo") onlyLoopback = false;
     ::if_freenameindex(names);
     return onlyLoopback;
+}
+
+bool runBenchmarksInNamespace(int& argc, char** argv) {
+    if (!loopbackOnly()) {
+        std::fprintf(stderr, "run this through tests/gige/run-in-netns.sh: GigE discovery must stay in a "
+                             "private network namespace\n");
+        return false;
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return true;
 }
 
 }  // namespace Tavri::bench

@@ -24,4 +24,8 @@ double ownCpuSeconds();
 // broadcasts on every interface, so the benchmarks run only in the harness's namespace.
 bool loopbackOnly();
 
+// Runs the registered benchmarks when loopbackOnly() holds; otherwise says why not and
+// returns false, so main can exit with an error.
+bool runBenchmarksInNamespace(int& argc, char** argv);
+
 }  // namespace Tavri::bench

@@ -65,14 +65,7 @@ double median(std::vector<double> values) {
 BENCHMARK(BM_OpenTime)->Iterations(kRuns)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
-    if (!Tavri::bench::loopbackOnly()) {
-        std::fprintf(stderr, "run this through tests/gige/run-in-netns.sh: GigE discovery must stay in a "
-                             "private network namespace\n");
-        return 2;
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    if (!Tavri::bench::runBenchmarksInNamespace(argc, argv)) return 2;
     const double ours = median(teliGrabSeconds), theirs = median(arvToolSeconds), startUp = median(startUpSeconds);
     std::printf("median wall time of %d runs each\n", kRuns);
     std::printf("teli-grab --sdk aravis settings : %6.3f s\n", ours);

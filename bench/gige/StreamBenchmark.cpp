@@ -166,14 +166,7 @@ BENCHMARK(BM_ArvCameraTest)->Iterations(1)->UseManualTime()->Unit(benchmark::kSe
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (!bench::loopbackOnly()) {
-        std::fprintf(stderr, "run this through tests/gige/run-in-netns.sh: GigE discovery must stay in a "
-                             "private network namespace\n");
-        return 2;
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    if (!bench::runBenchmarksInNamespace(argc, argv)) return 2;
     std::printf("%ux%u Mono8 at %d frames/s, 9000-byte packets, %.0f s each\n", kWidth, kHeight, kFramesPerSecond,
                 kSeconds);
     std::printf("our backend (with the host's copy): %6.1f frames/s, %6.2f ms CPU per frame (copy %.2f ms)\n",
