@@ -106,9 +106,13 @@ Result AravisSdk::sdkGetCameraCount(std::uint32_t* count) {
 Result AravisSdk::sdkGetCameraInfo(CameraHandle camera, std::uint32_t index, CameraInfoRecord* info) {
     if (!info) return AravisResult::InvalidArgument;
     if (camera) {
-        // An open camera is asked itself: this read is also how its presence is checked.
+        // An open camera is asked itself: this read is also how its presence is checked,
+        // so a camera that is gone must say so quickly.
+        const auto slot = findCamera(camera);
+        if (!slot) return AravisResult::InvalidHandle;
+        if (const Result r = slot->connection->checkPresence()) return r;
         std::string serial, vendor, model;
-        const Result result = onCamera(camera, [&](ArvCamera* arv) {
+        const Result result = slot->connection->withFeatures([&](ArvCamera* arv) {
             if (const Result r = features::readSerialNumber(arv, serial)) return r;
             GErrorSlot error;
             const char* text = arv_camera_get_vendor_name(arv, error.out());

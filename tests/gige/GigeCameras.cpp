@@ -66,13 +66,18 @@ void pulseTriggerLine(int count) {
     if (written != static_cast<ssize_t>(line.size())) throw std::runtime_error("trigger FIFO write failed");
 }
 
-bool killCamera(const std::string& serial) {
+namespace {
+bool signalCamera(const std::string& serial, int signal) {
     for (const std::string& entry : words(env("TAVRI_GIGE_PIDS"))) {  // "serial=pid ..."
         const auto equals = entry.find('=');
-        if (entry.substr(0, equals) == serial) return ::kill(std::stoi(entry.substr(equals + 1)), SIGKILL) == 0;
+        if (entry.substr(0, equals) == serial) return ::kill(std::stoi(entry.substr(equals + 1)), signal) == 0;
     }
     return false;
 }
+}  // namespace
+
+bool killCamera(const std::string& serial) { return signalCamera(serial, SIGKILL); }
+bool freezeCamera(const std::string& serial) { return signalCamera(serial, SIGSTOP); }
 
 std::size_t patternMismatches(const std::uint8_t* pixels, std::uint32_t width, std::uint32_t height) {
     const unsigned frame = pixels[0];

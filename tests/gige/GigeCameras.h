@@ -27,6 +27,9 @@ void pulseTriggerLine(int count);
 // Kills the camera process serving `serial` outright (SIGKILL), as a camera that
 // loses power; returns false if the harness did not start it.
 bool killCamera(const std::string& serial);
+// Stops the camera process (SIGSTOP): it no longer answers, and, unlike a killed one
+// on loopback, nothing says so, as with a pulled cable. killCamera ends it.
+bool freezeCamera(const std::string& serial);
 
 // The fake camera's Mono8 test pattern at scale 1 (gain 0, exposure 10000 us): pixel
 // (x, y) of frame f holds (x + y + f) mod 255. Returns the number of pixels of the

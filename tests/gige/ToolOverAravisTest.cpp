@@ -1,4 +1,4 @@
-// teli-grab over the Aravis backend: a stock fake GigE camera killed mid-stream must
+// teli-grab over the Aravis backend: a stock fake GigE camera lost mid-stream must
 // end the stream with the disconnect exit code, promptly.
 
 #include <fcntl.h>
@@ -15,6 +15,8 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/gige/GigeCameras.h"
 
@@ -90,35 +92,47 @@ private:
     int exitCode_ = -1;
 };
 
+// Killed, the camera's port is closed and loopback says so at once; frozen, nothing
+// answers and nothing says so, as with a pulled cable: both must end within 2 s.
 TEST(ToolOverAravis, CameraKilledMidStreamEndsTheStreamWithTheDisconnectCodeWithinTwoSeconds) {
-    std::string folder = (fs::temp_directory_path() / "teli-grab-gige-XXXXXX").string();
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
-    const std::string victim = Tavri::gige::stockSerials().back();
-    {
-        // The stock camera has no trigger line: run it on the driver's software trigger.
-        Tool tool({"--sdk", "aravis", "--serial", victim, "--log-level", "1", "--set", "Camera/TriggerType=Software",
-                   "stream", "--seconds", "60", "--timeout", "1000"},
-                  folder);
-        ASSERT_TRUE(tool.waitForStderr("Updating camera settings", std::chrono::seconds(30))) << tool.err();
-        std::this_thread::sleep_for(std::chrono::seconds(1));  // a few frames first
-        ASSERT_TRUE(Tavri::gige::killCamera(victim));
+    const std::vector<std::pair<const char*, bool (*)(const std::string&)>> losses{
+        {"killed", Tavri::gige::killCamera}, {"frozen", Tavri::gige::freezeCamera}};
+    const auto serials = Tavri::gige::stockSerials();
+    ASSERT_GE(serials.size(), losses.size());
+    for (std::size_t i = 0; i < losses.size(); ++i) {
+        const auto& [how, lose] = losses[i];
+        SCOPED_TRACE(how);
+        const std::string victim = serials[serials.size() - 1 - i];
+        std::string folder = (fs::temp_directory_path() / "teli-grab-gige-XXXXXX").string();
+        ASSERT_NE(mkdtemp(folder.data()), nullptr);
+        {
+            // The stock camera has no trigger line: run it on the driver's software trigger.
+            Tool tool({"--sdk", "aravis", "--serial", victim, "--log-level", "1", "--set",
+                       "Camera/TriggerType=Software", "stream", "--seconds", "60", "--timeout", "1000"},
+                      folder);
+            ASSERT_TRUE(tool.waitForStderr("Updating camera settings", std::chrono::seconds(30))) << tool.err();
+            std::this_thread::sleep_for(std::chrono::seconds(1));  // a few frames first
+            ASSERT_TRUE(lose(victim));
 
-        const auto killed = Clock::now();
-        if (!tool.waitForExit(std::chrono::seconds(2))) {
-            // Say how late it was, to tell a slow detection from a hang.
-            const bool late = tool.waitForExit(std::chrono::seconds(28));
-            FAIL() << "teli-grab still streaming 2 s after the camera died; "
-                   << (late ? "it ended after " +
-                                  std::to_string(std::chrono::duration<double>(Clock::now() - killed).count()) +
-                                  " s with exit " + std::to_string(tool.exitCode())
-                            : std::string("it had not ended after 30 s"))
-                   << "\n" << tool.out() << tool.err();
+            const auto lost = Clock::now();
+            const bool ended = tool.waitForExit(std::chrono::seconds(2));
+            Tavri::gige::killCamera(victim);  // a frozen camera goes now
+            if (!ended) {
+                // Say how late it was, to tell a slow detection from a hang.
+                const bool late = tool.waitForExit(std::chrono::seconds(28));
+                FAIL() << "teli-grab still streaming 2 s after the camera was " << how << "; "
+                       << (late ? "it ended after " +
+                                      std::to_string(std::chrono::duration<double>(Clock::now() - lost).count()) +
+                                      " s with exit " + std::to_string(tool.exitCode())
+                                : std::string("it had not ended after 30 s"))
+                       << "\n" << tool.out() << tool.err();
+            }
+            EXPECT_EQ(tool.exitCode(), 7) << tool.out() << tool.err();
+            EXPECT_THAT(tool.err(), ::testing::ContainsRegex("camera disconnected after [1-9][0-9]* frames"));
+            EXPECT_THAT(tool.out(), ::testing::HasSubstr("(camera disconnected)"));
         }
-        EXPECT_EQ(tool.exitCode(), 7) << tool.out() << tool.err();
-        EXPECT_THAT(tool.err(), ::testing::ContainsRegex("camera disconnected after [1-9][0-9]* frames"));
-        EXPECT_THAT(tool.out(), ::testing::HasSubstr("(camera disconnected)"));
+        fs::remove_all(folder);
     }
-    fs::remove_all(folder);
 }
 
 }  // namespace
