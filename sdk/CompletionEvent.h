@@ -10,7 +10,8 @@
 //     completed requests are still waiting: set again while any are left, so one wait
 //     per take finds every image of a burst; cleared when none are, so a signal left
 //     over from images taken without a wait never wakes a wait for nothing.
-// `settle` clears before it asks, so a completion that races with the question is
+// `settle` leaves a pending signal alone while images are left; otherwise it clears
+// the signal and asks again, so a completion that races with the first question is
 // never lost, provided the backend counts a completion before it signals.
 
 #include "platform/Platform.h"
@@ -32,8 +33,11 @@ public:
     template <typename Waiting>
     void settle(Waiting&& waiting) const {
         if (!event_) return;
-        platform::waitForEvent(event_, 0);
-        if (waiting()) platform::setEvent(event_);
+        if (!waiting()) {
+            platform::waitForEvent(event_, 0);
+            if (!waiting()) return;
+        }
+        platform::setEvent(event_);
     }
     void settle(bool waiting) const {
         settle([waiting] { return waiting; });

@@ -43,7 +43,10 @@ std::uint32_t waitForEvent(EventHandle handle, std::uint32_t timeoutMs) {
     auto* event = static_cast<AutoResetEvent*>(handle);
     std::unique_lock<std::mutex> lock(event->mutex);
     const auto isSet = [event] { return event->set; };
-    if (timeoutMs == kInfinite) {
+    if (timeoutMs == 0) {
+        // A poll: no timed wait, whose expired deadline still costs a trip to the kernel.
+        if (!event->set) return 1;
+    } else if (timeoutMs == kInfinite) {
         event->signalled.wait(lock, isSet);
     } else if (!event->signalled.wait_for(lock, std::chrono::milliseconds(timeoutMs), isSet)) {
         return 1;

@@ -9,15 +9,6 @@
 
 namespace Tavri::sim {
 
-std::uint32_t bytesPerPixel(std::uint32_t pixelFormat) {
-    switch (pixelFormat) {
-    case PixelFormat::Mono8:
-    case PixelFormat::BayerBG8: return 1;
-    case PixelFormat::RGB8: return 3;
-    default: return 0;
-    }
-}
-
 std::uint32_t patternCount(const ProjectorConfig& projector) { return 2 + projector.grayBits + projector.phaseSteps; }
 
 RigConfig defaultRig() {

@@ -114,8 +114,16 @@ RigConfig defaultRig();
 // and field at fault.
 void validateRig(const RigConfig& rig);
 
-// Bytes per pixel of a PFNC code the rig knows (1 or 3), 0 for any other.
-std::uint32_t bytesPerPixel(std::uint32_t pixelFormat);
+// Bytes per pixel of a PFNC code the rig knows (1 or 3), 0 for any other. Inline: the
+// stamp writer's fills stay short stores only while the compiler sees these values.
+constexpr std::uint32_t bytesPerPixel(std::uint32_t pixelFormat) {
+    switch (pixelFormat) {
+    case PixelFormat::Mono8:
+    case PixelFormat::BayerBG8: return 1;
+    case PixelFormat::RGB8: return 3;
+    default: return 0;
+    }
+}
 // Entries of the projector's structured-light sequence: 2 + grayBits + phaseSteps.
 std::uint32_t patternCount(const ProjectorConfig& projector);
 
