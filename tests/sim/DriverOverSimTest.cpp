@@ -220,6 +220,9 @@ TEST_F(DriverOverSim, EachFaultEndsInTheDriversErrorWithNothingHungOrLeaked) {
          "Could not get number of camera columns"},
         {"re-enqueue refused", [this] { rig->failOperation(Operation::sdkEnqueueRequest, 3, FaultWhen::OnCall, 121); }, grab,
          "Failed to re-enqueue image stream request on camera."},
+        {"enqueue refused during a start",
+         [this] { rig->failOperation(Operation::sdkEnqueueRequest, 3, FaultWhen::OnCall, 6); }, grab,
+         "Failed to enqueue camera stream request #5"},
         {"take fails after the wait",
          [this] { rig->failOperation(Operation::sdkTakeCompletedRequest, 3, FaultWhen::OnCall, 2); }, grab,
          "Failed to grab image from camera."},
@@ -233,9 +236,12 @@ TEST_F(DriverOverSim, EachFaultEndsInTheDriversErrorWithNothingHungOrLeaked) {
         heal();
         if (fault.heldUntilRetry) {
             EXPECT_GT(rig->openHandles(), 0u) << "the failed open holds what it made";
-            open();
-            EXPECT_EQ(rig->openHandles(), 1u + 1u + 120u) << "the retry gave back what the failure held";
+            camera.reset(createCamera());
+            EXPECT_EQ(rig->openHandles(), 0u) << "deleting the failed object gave the camera back";
         }
+        // Whatever failed, the healed camera opens and grabs again.
+        open();
+        EXPECT_EQ(testing::runtimeError([this] { camera->grab(); }), "<no RuntimeException>");
         releaseAndCheck();
     }
 }
