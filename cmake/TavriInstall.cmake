@@ -75,6 +75,8 @@ if(TARGET teli-grab)
   target_compile_definitions(teli_grab_core PRIVATE
     TELI_GRAB_PLUGIN_DIR_FROM_BINDIR="${bindir_to_plugindir}")
   install(TARGETS teli-grab RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # The image codec module lies beside the plug-in, where teli-grab looks for it.
+  install(TARGETS teli_grab_codecs LIBRARY DESTINATION ${TAVRI_INSTALL_PLUGINDIR})
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/teli-grab.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME teli-grab)
   include(TavriManPage)

@@ -76,4 +76,7 @@ grab="$root/usr/bin/teli-grab"
 [ "$("$grab" --version)" = "teli-grab $version" ] || fail "teli-grab --version: $("$grab" --version)"
 listed="$("$grab" --sdk sim list)" || fail "teli-grab --sdk sim list exits with $?"
 [ "$(awk 'NR > 1 { print $1 }' <<< "$listed")" = "$expected" ] || fail "teli-grab lists: $listed"
+# Writing an image loads the codec module from its installed place.
+"$grab" --sdk sim grab -o "$work/still.png" 2> "$work/grab.log" || { cat "$work/grab.log" >&2; fail "teli-grab grab"; }
+[ "$(head -c 4 "$work/still.png" | od -An -c | tr -d ' ')" = "211PNG" ] || fail "teli-grab grab wrote no PNG"
 log "package checks passed"

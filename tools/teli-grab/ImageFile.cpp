@@ -9,9 +9,9 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <opencv2/imgcodecs.hpp>
 #include <vector>
 
+#include "ImageEncoder.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -128,13 +128,7 @@ void createOutputDirectory(const std::string& directory) {
 void writeImage(const std::string& fileName, const cv::Mat& image) {
     const auto extension = extensionOf(formatOf(fileName));
     std::vector<uchar> bytes;
-    bool encoded = false;
-    try {
-        encoded = cv::imencode(extension, image, bytes);
-    } catch (const cv::Exception&) {
-        // OpenCV's own text names its source lines; the user needs only what failed.
-    }
-    if (!encoded)
+    if (!encodeImage(extension, image, bytes))
         throw ToolError(ExitCode::OutputError,
                         (boost::format("cannot write '%s': no %s encoder for a %d x %d image of %d channel(s)") %
                          fileName % (extension + 1) % image.cols % image.rows % image.channels())

@@ -9,7 +9,10 @@
 namespace TeliGrab {
 
 std::filesystem::path defaultPluginPath(const std::filesystem::path& executableDirectory) {
-    const char* const name = "libtavri_toshiba_teli.so";
+    return installedBesidePlugin(executableDirectory, "libtavri_toshiba_teli.so");
+}
+
+std::filesystem::path installedBesidePlugin(const std::filesystem::path& executableDirectory, const char* name) {
     const auto beside = executableDirectory / name;
     std::error_code error;
     if (std::filesystem::exists(beside, error)) return beside;

@@ -9,4 +9,8 @@ namespace TeliGrab {
 // so that an installed tree works under any prefix, also unpacked somewhere else.
 std::filesystem::path defaultPluginPath(const std::filesystem::path& executableDirectory);
 
+// `fileName` found the same way: beside the executable, else in the plug-in's
+// installed folder (teli-grab's image codec module lies there too).
+std::filesystem::path installedBesidePlugin(const std::filesystem::path& executableDirectory, const char* fileName);
+
 }  // namespace TeliGrab

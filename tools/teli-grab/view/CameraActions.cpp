@@ -3,9 +3,9 @@
 #include <boost/algorithm/string/join.hpp>
 #include <boost/format.hpp>
 #include <nlohmann/json.hpp>
-#include <opencv2/imgcodecs.hpp>
 
 #include "DriverLogTap.h"
+#include "ImageEncoder.h"
 #include "ImageOutput.h"
 #include "settings/SettingsOld.h"
 #include "view/FrameAnalysis.h"
@@ -56,7 +56,7 @@ Reply stillPng(Tavri::CameraDriver& camera, bool debayer) {
     try {
         const cv::Mat image = camera.grab();
         std::vector<unsigned char> png;
-        cv::imencode(".png", forFile(image, camera.getMode(), debayer), png);
+        encodeImage(".png", forFile(image, camera.getMode(), debayer), png);
         return {200, "image/png", std::string(png.begin(), png.end()), "still.png"};
     } catch (const std::exception& error) {
         return errorReply(502, std::string("grab: ") + error.what());

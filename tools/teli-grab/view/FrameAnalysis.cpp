@@ -1,8 +1,9 @@
 #include "view/FrameAnalysis.h"
 
-#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgcodecs.hpp>  // the JPEG quality key only; encoding goes through the module
 #include <opencv2/imgproc.hpp>
 
+#include "ImageEncoder.h"
 #include "ImageOutput.h"
 
 namespace TeliGrab::View {
@@ -53,7 +54,7 @@ cv::Mat previewOf(const cv::Mat& frame, Tavri::ImageType mode, bool markSaturate
 
 std::vector<unsigned char> encodeJpeg(const cv::Mat& image, int quality) {
     std::vector<unsigned char> jpeg;
-    cv::imencode(".jpg", image, jpeg, {cv::IMWRITE_JPEG_QUALITY, quality});
+    encodeImage(".jpg", image, jpeg, {cv::IMWRITE_JPEG_QUALITY, quality});
     return jpeg;
 }
 
