@@ -9,18 +9,28 @@ const char* const kSequenceEnd = "Grab sequence ended after ";
 
 class DriverLogTap::Forwarder : public Tavri::Log::LoggerInterface {
 public:
-    explicit Forwarder(Tavri::Log::LoggerInterface& next) : next_(next) {}
+    // The logger installed before this one; none means the library's default.
+    void forwardTo(std::shared_ptr<Tavri::Log::LoggerInterface> next) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        next_ = std::move(next);
+    }
 
     // Called from the driver's worker thread as well as from ours.
     void log(int level, const char* file, int line, const std::string& text) override {
-        if (level >= 3) {
+        std::shared_ptr<Tavri::Log::LoggerInterface> next;
+        {
             std::lock_guard<std::mutex> lock(mutex_);
-            failures_.push_back(text);
-        } else if (text.rfind(kSequenceEnd, 0) == 0) {
-            std::lock_guard<std::mutex> lock(mutex_);
-            sequenceEnd_ = text;
+            if (level >= 3)
+                failures_.push_back(text);
+            else if (text.rfind(kSequenceEnd, 0) == 0)
+                sequenceEnd_ = text;
+            next = next_;
         }
-        next_.log(level, file, line, text);
+        // From inside an installed logger, the global logger is the default one.
+        if (next)
+            next->log(level, file, line, text);
+        else
+            Tavri::Log::GlobalLogger::get().log(level, file, line, text);
     }
 
     std::vector<std::string> failures() const {
@@ -33,17 +43,18 @@ public:
     }
 
 private:
-    Tavri::Log::LoggerInterface& next_;
     mutable std::mutex mutex_;
+    std::shared_ptr<Tavri::Log::LoggerInterface> next_;
     std::vector<std::string> failures_;
     std::string sequenceEnd_;
 };
 
-// The current logger is either one a host installed (kept alive by previous_) or the
-// library's default, which lives as long as the process.
+// Records go on to the logger installed before (a host's, or an outer tap), which
+// previous_ keeps alive until it is installed again.
 DriverLogTap::DriverLogTap()
-    : forwarder_(std::make_shared<Forwarder>(Tavri::Log::GlobalLogger::get())),
-      previous_(Tavri::Log::GlobalLogger::install(forwarder_)) {}
+    : forwarder_(std::make_shared<Forwarder>()), previous_(Tavri::Log::GlobalLogger::install(forwarder_)) {
+    forwarder_->forwardTo(previous_);
+}
 
 DriverLogTap::~DriverLogTap() { Tavri::Log::GlobalLogger::install(previous_); }
 
