@@ -254,9 +254,20 @@ Result SimSdk::sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* reque
 
 Result SimSdk::sdkFlushWaitQueue(StreamHandle stream) {
     return impl->withStream(Op::sdkFlushWaitQueue, stream, Access::HostSide, false,
-                            [&](Device&, StreamObj& s, std::unique_lock<std::mutex>&) {
+                            [&](Device&, StreamObj& s, std::unique_lock<std::mutex>& lock) {
                                 for (auto* r : s.waiting) r->state = RequestObj::State::Held;
                                 s.waiting.clear();
+                                // On a stream still acquiring (a grab that failed left it
+                                // so), frames taken but not yet delivered are dropped too,
+                                // as a stream restart drops them on a camera: every request
+                                // not completed is the host's again, so the next start can
+                                // queue the whole pool. One being drawn is waited for.
+                                s.filled.wait(lock, [&] {
+                                    return std::all_of(s.inFlight.begin(), s.inFlight.end(),
+                                                       [](const InFlight& f) { return f.ready; });
+                                });
+                                for (auto& f : s.inFlight) f.request->state = RequestObj::State::Held;
+                                s.inFlight.clear();
                                 return Success;
                             });
 }

@@ -187,6 +187,7 @@ private:
         s.lastDue = due;
         entry->due = due;
         entry->ready = true;
+        s.filled.notify_all();
         if (const auto* burst = frameFault(d.frameFaults, frame, FrameFault::Kind::Burst)) {
             entry->held = true;
             if (++s.burstHeld >= burst->burst) {

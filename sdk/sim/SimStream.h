@@ -6,12 +6,15 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <vector>
+
+#include <condition_variable>
 
 #include "sdk/CompletionEvent.h"
 #include "sdk/sim/SimDevice.h"
@@ -49,6 +52,8 @@ struct StreamObj : HandleObj {
     std::deque<RequestObj*> waiting;
     std::deque<RequestObj*> completed;
     std::deque<InFlight> inFlight;
+    // Told when a frame in flight has been filled (flush waits for one being drawn).
+    std::condition_variable filled;
     // Acquisition
     bool acquiring = false;
     std::uint32_t frame = 0;  // number of the next frame
