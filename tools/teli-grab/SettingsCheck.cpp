@@ -21,15 +21,9 @@ namespace {
 
 namespace Camera = SettingsOld::Camera;
 
-struct KeyRule {
-    std::string key;
-    bool numeric;
-    std::vector<std::string> words;  // for a word: those the driver recognises; empty: any
-};
+}  // namespace
 
-// What the driver's settings() describes and updateSettings reads. The driver
-// recognises a word when the value contains it, ignoring case.
-const std::vector<KeyRule>& rules() {
+const std::vector<KeyRule>& settingRules() {
     static const std::vector<KeyRule> known{
         {SettingsOld::ExposureTime, true, {}},
         {Camera::Gain, true, {}},
@@ -52,12 +46,14 @@ const std::vector<KeyRule>& rules() {
     return known;
 }
 
+namespace {
+
 [[noreturn]] void refuse(ExitCode code, const SettingValue& value, const std::string& reason) {
     throw ToolError(code, (boost::format("%s: %s") % value.where % reason).str());
 }
 
 void check(const SettingValue& value, ExitCode code) {
-    const auto& known = rules();
+    const auto& known = settingRules();
     const auto rule = std::find_if(known.begin(), known.end(), [&](const KeyRule& r) { return r.key == value.key; });
     if (rule == known.end()) {
         const bool group = std::any_of(known.begin(), known.end(),
@@ -250,7 +246,7 @@ bool CheckedSettings::has(const std::string& key) const {
 
 std::string knownKeys() {
     std::vector<std::string> keys;
-    for (const auto& rule : rules()) keys.push_back(rule.key);
+    for (const auto& rule : settingRules()) keys.push_back(rule.key);
     return boost::algorithm::join(keys, ", ");
 }
 

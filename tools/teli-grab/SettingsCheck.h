@@ -19,6 +19,16 @@ struct SettingValue {
     std::string where;
 };
 
+// A key the driver's settings() describes and updateSettings reads: a number, or a
+// word among `words` (the driver recognises a word when the value contains it,
+// ignoring case); a word with no `words` is described but read-only.
+struct KeyRule {
+    std::string key;
+    bool numeric;
+    std::vector<std::string> words;
+};
+const std::vector<KeyRule>& settingRules();
+
 // Settings the user asked for, checked against the keys the driver knows.
 struct CheckedSettings {
     Tavri::TSettings tree;

@@ -8,34 +8,25 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
+#include "SettingsCheck.h"
 #include "settings/SettingsOld.h"
 
 namespace TeliGrab::View {
 
 namespace {
 
-struct Control {
-    const std::string& key;
-    std::vector<std::string> words;  // empty: a number
-};
-
-const std::vector<Control>& controls() {
-    namespace C = SettingsOld::Camera;
-    static const std::vector<Control> list{
-        {SettingsOld::ExposureTime, {}},
-        {C::Gain, {}},
-        {C::BlackLevel, {}},
-        {SettingsOld::RedBalance, {}},
-        {SettingsOld::BlueBalance, {}},
-        {C::ColorMode, {C::ColorModeValues::Gray, C::ColorModeValues::Color, C::ColorModeValues::Raw}},
-        {C::TriggerType,
-         {C::TriggerTypeValues::Hardware, C::TriggerTypeValues::Software, C::TriggerTypeValues::NoTrigger}},
-        {C::TriggerPolarity, {C::TriggerPolarityValues::RisingEdge, C::TriggerPolarityValues::FallingEdge}},
-    };
+// The page's controls: every key the driver reads, the read-only ones left out.
+const std::vector<KeyRule>& controls() {
+    static const std::vector<KeyRule> list = [] {
+        std::vector<KeyRule> writable;
+        for (const auto& rule : settingRules())
+            if (rule.numeric || !rule.words.empty()) writable.push_back(rule);
+        return writable;
+    }();
     return list;
 }
 
-const Control* findControl(const std::string& key) {
+const KeyRule* findControl(const std::string& key) {
     for (const auto& control : controls())
         if (control.key == key) return &control;
     return nullptr;
@@ -63,9 +54,9 @@ SettingsChange parseSettingsChange(const std::string& body) {
 
     SettingsChange change;
     for (const auto& [key, value] : json.items()) {
-        const Control* control = findControl(key);
+        const KeyRule* control = findControl(key);
         if (!control) throw RequestError((boost::format("unknown setting '%s'; known: %s") % key % knownKeys()).str());
-        if (control->words.empty()) {
+        if (control->numeric) {
             if (!value.is_number() || !std::isfinite(value.get<double>()))
                 throw RequestError((boost::format("%s must be a number, got %s") % key % value.dump()).str());
             change.tree.addDouble(key, value.get<double>(), "");

@@ -166,6 +166,19 @@ void ViewServer::stream(const httplib::Request& request, httplib::Response& resp
         });
 }
 
+// A settings change from the page: checked here (400 with the reason), applied by the
+// camera's thread.
+void ViewServer::postChange(const char* path, SettingsChange (*parse)(const std::string&)) {
+    server_.Post(path, [this, parse](const httplib::Request& request, httplib::Response& response) {
+        try {
+            auto change = parse(request.body);
+            answerFromCamera(response, [change](Tavri::CameraDriver& camera) { return applyChange(camera, change); });
+        } catch (const RequestError& error) {
+            answer(response, errorReply(400, error.what()));
+        }
+    });
+}
+
 void ViewServer::addRoutes() {
     server_.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
         if (authorised(request)) return httplib::Server::HandlerResponse::Unhandled;
@@ -199,14 +212,7 @@ void ViewServer::addRoutes() {
         answerFromCamera(response, currentSettings);
     });
 
-    server_.Post("/api/settings", [this](const httplib::Request& request, httplib::Response& response) {
-        try {
-            auto change = parseSettingsChange(request.body);
-            answerFromCamera(response, [change](Tavri::CameraDriver& camera) { return applyChange(camera, change); });
-        } catch (const RequestError& error) {
-            answer(response, errorReply(400, error.what()));
-        }
-    });
+    postChange("/api/settings", parseSettingsChange);
 
     server_.Get("/api/settings/file", [this](const httplib::Request&, httplib::Response& response) {
         answerFromCamera(response, [](Tavri::CameraDriver& camera) {
@@ -218,14 +224,7 @@ void ViewServer::addRoutes() {
         });
     });
 
-    server_.Post("/api/settings/file", [this](const httplib::Request& request, httplib::Response& response) {
-        try {
-            auto change = parseSettingsFile(request.body);
-            answerFromCamera(response, [change](Tavri::CameraDriver& camera) { return applyChange(camera, change); });
-        } catch (const RequestError& error) {
-            answer(response, errorReply(400, error.what()));
-        }
-    });
+    postChange("/api/settings/file", parseSettingsFile);
 
     server_.Get("/api/still.png", [this](const httplib::Request&, httplib::Response& response) {
         const bool debayer = debayerStills_;

@@ -10,6 +10,7 @@
 #include "view/CameraLoop.h"
 #include "view/FrameHub.h"
 #include "view/ListenAddress.h"
+#include "view/PageRequests.h"
 #include "view/TaskQueue.h"
 
 namespace TeliGrab::View {
@@ -37,6 +38,7 @@ public:
 
 private:
     void addRoutes();
+    void postChange(const char* path, SettingsChange (*parse)(const std::string&));
     bool authorised(const httplib::Request& request) const;
     void answerFromCamera(httplib::Response& response, TaskQueue::Work work);
     void stream(const httplib::Request& request, httplib::Response& response);
