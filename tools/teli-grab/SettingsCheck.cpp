@@ -11,7 +11,6 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <regex>
-#include <sstream>
 
 #include "settings/SettingsOld.h"
 
@@ -268,9 +267,14 @@ CheckedSettings loadSettingsFile(const std::string& fileName) {
     if (!in)
         throw ToolError(ExitCode::BadSettingsFile,
                         (boost::format("cannot read settings file '%s': %s") % fileName % std::strerror(errno)).str());
-    std::ostringstream buffer;
-    buffer << in.rdbuf();
-    const std::string text = buffer.str();
+    // Bounded as the host's own loader is, so that a device or an endless pipe ends.
+    std::string text(Tavri::TSettings::maxJsonBytes + 1, '\0');
+    in.read(&text[0], static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(in.gcount()));
+    if (text.size() > Tavri::TSettings::maxJsonBytes)
+        throw ToolError(ExitCode::BadSettingsFile, (boost::format("settings file '%s' holds more than %d bytes") %
+                                                    fileName % Tavri::TSettings::maxJsonBytes)
+                                                       .str());
     Reader reader(fileName, text);
     const char* begin = text.data();
     nlohmann::json::sax_parse(TrackingIterator{begin, &reader.lastRead}, TrackingIterator{begin + text.size(), &reader.lastRead},
