@@ -27,7 +27,10 @@ cv::Mat TavriCameraToshibaTeli::grab() {
     return image;
 }
 
-void TavriCameraToshibaTeli::initGrabContinuous() { startStream(STRM_REQUEST_NUM); }
+void TavriCameraToshibaTeli::initGrabContinuous() {
+    lastRecord.index = -1;  // the next image taken is image 0 of this run
+    startStream(STRM_REQUEST_NUM);
+}
 
 void TavriCameraToshibaTeli::getNextImage(cv::Mat& image, int timeout) {
     if (!image.data) throw RuntimeException("Cannot grab into an image without data");
@@ -49,12 +52,32 @@ void TavriCameraToshibaTeli::grabImageInto(std::uint8_t* destination, std::size_
     // -1 becomes 0xFFFFFFFF: no time limit.
     if (platform::waitForEvent(imageEvent, static_cast<std::uint32_t>(timeout)) != 0)
         throw RuntimeException("Failed to wait for camera image completion");
-    if (sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize) !=
-        SdkResult::Success)
-        throw RuntimeException("Failed to grab image from camera.");
+    const Result taken = sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize);
+    recordTake(lastRecord, lastRecord.index + 1, taken);
+    if (taken != SdkResult::Success) throw RuntimeException("Failed to grab image from camera.");
     copyCompleted(destination, capacity);
     if (sdk.sdkEnqueueRequest(streamHandle, completedRequest) != SdkResult::Success)
         throw RuntimeException("Failed to re-enqueue image stream request on camera.");
+}
+
+void TavriCameraToshibaTeli::recordTake(ImageRecord& record, std::int32_t index, Result result) {
+    record = ImageRecord{};
+    record.index = index;
+    record.hostTimeNs = steadyNowNs();
+    record.status = result;
+    FrameInfo info;
+    if (frameInfoSource && result != SdkResult::NoCompletedRequest &&
+        frameInfoSource->frameInfo(streamHandle, completedRequest, &info)) {
+        record.frameNumber = info.frameNumber;
+        record.frameIdWrap = info.frameIdWrap;
+        record.frameIdFirst = info.frameIdFirst;
+        record.cameraTimeNs = info.cameraTimeNs;
+        record.captureSteadyNs = info.captureSteadyNs;
+        record.pulse = info.pulse;
+        record.pattern = info.pattern;
+        if (result == SdkResult::Success) record.status = info.status;
+        record.statusText = info.statusText;
+    }
 }
 
 void TavriCameraToshibaTeli::copyCompleted(std::uint8_t* destination, std::size_t capacity) {

@@ -20,7 +20,14 @@ void TavriCameraToshibaTeli::startGrabSequenceAsync(int count) {
     const int rows = getRows();
     const int cols = getCols();
     currentImageSet = std::make_shared<ImageSet>(count, cols, rows, static_cast<ImageType>(mode));
+    // One record per image and one for a failed take, made now: the worker only fills.
+    records.images.clear();
+    records.images.reserve(static_cast<std::size_t>(count) + 1);
+    records.requested = count;
+    records.endedBecause.clear();
+    verdict = SetVerdict{};
     startStream(count);
+    records.startSteadyNs = streamStartNs;
     sequenceThread = StdAbortThread([this] { grabSequenceWorker(); });
 }
 
@@ -31,15 +38,18 @@ void TavriCameraToshibaTeli::grabSequenceWorker() {
         for (int i = 0; i < sequenceLength; ++i) {
             if (platform::waitForEvent(imageEvent, static_cast<std::uint32_t>(sequenceImageTimeout)) != 0)
                 throw RuntimeException("Failed to wait for camera image completion");
-            if (sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize) !=
-                SdkResult::Success)
-                throw RuntimeException("Failed to grab image from camera");
+            const Result result =
+                sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize);
+            records.images.emplace_back();
+            recordTake(records.images.back(), i, result);
+            if (result != SdkResult::Success) throw RuntimeException("Failed to grab image from camera");
             ImageSet& set = *currentImageSet;
             copyCompleted(set.images.at(static_cast<std::size_t>(i)).data, static_cast<std::size_t>(set.bytesPerImage));
             taken = i + 1;
         }
     } catch (const std::exception& error) {
         TAVRI_LOG(3, "An unknown error occured");
+        records.endedBecause = error.what();
         TAVRI_LOG(1, formatMessage("Grab sequence ended after %d of %d images: %s", taken, sequenceLength,
                                    error.what()));
     }
@@ -48,9 +58,17 @@ void TavriCameraToshibaTeli::grabSequenceWorker() {
 
 std::shared_ptr<ImageSet> TavriCameraToshibaTeli::finishGrabSequenceAsync() {
     sequenceThread.join();
+    // Judged from the records alone; a broken set is told one problem per line.
+    verdict = judgeSet(records);
+    for (const auto& problem : verdict.problems)
+        TAVRI_LOG(3, formatMessage("Grab sequence image %d: %s", problem.image, problem.detail));
     stopStream(sequenceLength);
     sequenceLength = 0;
     return currentImageSet;
 }
+
+const SequenceRecords& TavriCameraToshibaTeli::sequenceRecords() const { return records; }
+const SetVerdict& TavriCameraToshibaTeli::sequenceVerdict() const { return verdict; }
+const ImageRecord& TavriCameraToshibaTeli::lastImageRecord() const { return lastRecord; }
 
 }  // namespace Tavri

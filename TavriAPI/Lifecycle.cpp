@@ -15,7 +15,8 @@ const int TavriCameraToshibaTeli::STRM_REQUEST_NUM;
 
 TavriCameraToshibaTeli::TavriCameraToshibaTeli() : TavriCameraToshibaTeli(activeSdk()) {}
 
-TavriCameraToshibaTeli::TavriCameraToshibaTeli(TeliSdk& sdk) : sdk(sdk) {}
+TavriCameraToshibaTeli::TavriCameraToshibaTeli(TeliSdk& sdk)
+    : sdk(sdk), frameInfoSource(dynamic_cast<FrameInfoSource*>(&sdk)) {}
 
 TavriCameraToshibaTeli::~TavriCameraToshibaTeli() {
     // A worker still held would go on using this object after it is gone: wait for it.

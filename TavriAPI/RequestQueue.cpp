@@ -66,6 +66,8 @@ void TavriCameraToshibaTeli::startStream(int count) {
     // would wake the next wait for a request that is not there.
     platform::waitForEvent(imageEvent, 0);
     enqueue(count);
+    // A frame captured before this moment belongs to an earlier acquisition.
+    streamStartNs = steadyNowNs();
     if (sdk.sdkStartStream(streamHandle, 8) != SdkResult::Success)
         throw RuntimeException("Failed to start camera stream.");
 }

@@ -7,12 +7,14 @@
 #include <vector>
 
 #include "TavriAPI/CameraDriver.h"
+#include "TavriAPI/ImageRecords.h"
+#include "sdk/FrameInfo.h"
 #include "sdk/TeliSdk.h"
 
 namespace Tavri {
 
 // One Toshiba Teli camera behind the platform's camera-driver interface.
-class TavriCameraToshibaTeli : public CameraDriver {
+class TavriCameraToshibaTeli : public CameraDriver, public ImageRecordSource {
 public:
     virtual ~TavriCameraToshibaTeli();
 
@@ -35,6 +37,10 @@ public:
     void initGrabContinuous() override;
     void getNextImage(cv::Mat& image, int timeout) override;
     void releaseGrabContinuous() override;
+
+    const SequenceRecords& sequenceRecords() const override;
+    const SetVerdict& sequenceVerdict() const override;
+    const ImageRecord& lastImageRecord() const override;
 
     // Talks to the backend that initializeDriver selected.
     TavriCameraToshibaTeli();
@@ -102,6 +108,19 @@ private:
     // Copies the last completed payload, bounded by `capacity`; a surplus is dropped
     // and logged.
     void copyCompleted(std::uint8_t* destination, std::size_t capacity);
+    // Fills `record` for the take that answered `result`: the host time now, and what
+    // the backend knows of the request taken.
+    void recordTake(ImageRecord& record, std::int32_t index, Result result);
+
+    // The backend's frame information, when it offers any (found once, at construction).
+    FrameInfoSource* frameInfoSource = nullptr;
+    // Steady-clock time just before the last start of acquisition.
+    std::uint64_t streamStartNs = 0;
+    // Storage for one record per image, made at the start of a sequence: the worker
+    // allocates nothing per image.
+    SequenceRecords records;
+    SetVerdict verdict;
+    ImageRecord lastRecord;
 };
 
 }  // namespace Tavri

@@ -46,8 +46,11 @@ enum class CameraCondition { Normal, Hung, Dead, Unplugged };
 
 // Frames are numbered from 0 at each acquisition start. A fault touches frame f when
 // f >= first, (f - first) is a multiple of every, and (f - first) / every < count.
+// MissedPulse and DoublePulse count projector pulses instead (from 0 at each start),
+// Stale counts acquisition starts (from 0 when the rig is made): each start it
+// touches begins with one frame captured a pulse period before the start.
 struct FrameFault {
-    enum class Kind { Drop, Late, Burst, Oversize };
+    enum class Kind { Drop, Late, Burst, Oversize, MissedPulse, DoublePulse, Stale };
     Kind kind = Kind::Drop;
     std::uint32_t first = 0;
     std::uint32_t count = 0xFFFFFFFFu;
@@ -62,6 +65,12 @@ struct FrameFault {
         return offset % every == 0 && offset / every < count;
     }
 };
+
+// How a camera numbers its frames: on from its last acquisition, again from 1 at each
+// start, or in 16 bits from 65530 on, 65535 followed by 1 (GigE Vision's block id).
+enum class FrameIds { Continue, Restart, Wrap16 };
+constexpr std::uint64_t kWrap16Last = 65535;
+constexpr std::uint64_t kWrap16Start = 65530;
 
 struct CameraConfig {
     std::string serial;
@@ -80,6 +89,7 @@ struct CameraConfig {
     CameraCondition condition = CameraCondition::Normal;
     std::int64_t unplugAfterFrames = -1; // -1: never
     std::vector<FrameFault> frameFaults;
+    FrameIds frameIds = FrameIds::Continue;
 };
 
 struct ProjectorConfig {
@@ -149,6 +159,7 @@ struct CameraStats {
     std::uint64_t completed = 0;  // requests completed with an image
     std::uint64_t failed = 0;     // requests completed as failures (too large)
     std::uint64_t dropped = 0;    // frames dropped by a fault
+    std::uint64_t missedPulses = 0; // projector pulses the camera missed by a fault
     std::uint64_t lost = 0;       // frames that found no waiting request
     std::uint64_t ignoredTriggers = 0; // software triggers while not acquiring
 };

@@ -67,6 +67,11 @@ struct Device : std::enable_shared_from_this<Device> {
     std::vector<CameraObj*> secondaries;
     StreamObj* stream = nullptr;
     CameraStats stats;
+    // Frame numbering across acquisitions: the next number to report, the last one
+    // reported, and the acquisition starts so far.
+    std::uint64_t nextFrameId = 0;
+    std::uint64_t lastFrameId = 0;
+    std::uint32_t starts = 0;
 
     CameraCondition condition() const { return condition_; }
     void setCondition(CameraCondition condition);  // mutex held

@@ -93,3 +93,29 @@ void SimSdk::Impl::shutDown() {
 }
 
 }  // namespace Tavri::sim
+
+namespace Tavri::sim {
+
+bool SimSdk::frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* info) {
+    std::shared_ptr<StreamObj> s;
+    if (!info || impl->resolve(stream, HandleKind::Stream, s) != Success) return false;
+    std::lock_guard<std::mutex> lock(s->device->mutex);
+    RequestObj* r = nullptr;
+    if (!s->open || impl->request(*s, request, r) != Success || r != s->lastTaken) return false;
+    const Device& d = *s->device;
+    info->frameNumber = s->lastTakenId;
+    if (d.config.frameIds == FrameIds::Wrap16) {
+        info->frameIdWrap = kWrap16Last;
+        info->frameIdFirst = 1;
+    }
+    info->cameraTimeNs = info->captureSteadyNs = s->lastTakenCaptureNs;
+    info->pulse = s->lastTakenPulse;
+    if (s->lastTakenPulse != kNoPattern) info->pattern = s->lastTakenPulse % patternCount(d.projector);
+    if (s->lastTakenFailed) {
+        info->status = FrameTooLarge;
+        info->statusText = "frame larger than its request buffer";
+    }
+    return true;
+}
+
+}  // namespace Tavri::sim

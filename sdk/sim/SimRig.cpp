@@ -264,7 +264,10 @@ FrameFault readFrameFault(const Reader& r) {
     fault.kind = r.at("kind").word<FrameFault::Kind>({{"drop", FrameFault::Kind::Drop},
                                                        {"late", FrameFault::Kind::Late},
                                                        {"burst", FrameFault::Kind::Burst},
-                                                       {"oversize", FrameFault::Kind::Oversize}});
+                                                       {"oversize", FrameFault::Kind::Oversize},
+                                                       {"missedPulse", FrameFault::Kind::MissedPulse},
+                                                       {"doublePulse", FrameFault::Kind::DoublePulse},
+                                                       {"stale", FrameFault::Kind::Stale}});
     readUnsigned(r, "first", fault.first);
     readUnsigned(r, "count", fault.count);
     readUnsigned(r, "every", fault.every);
@@ -280,7 +283,7 @@ FrameFault readFrameFault(const Reader& r) {
 CameraConfig readCamera(const Reader& r, std::size_t index) {
     r.expectObject({"serial", "model", "vendor", "width", "height", "widthIncrement", "heightIncrement",
                     "pixelFormats", "exposure", "gain", "blackLevel", "balanceRatio", "frameRate", "condition",
-                    "unplugAfterFrames", "frameFaults"});
+                    "unplugAfterFrames", "frameFaults", "frameIds"});
     CameraConfig camera;
     camera.serial = "SIM" + std::string(index + 1 < 10 ? "000" : index + 1 < 100 ? "00" : "0") +
                     std::to_string(index + 1);
@@ -328,6 +331,9 @@ CameraConfig readCamera(const Reader& r, std::size_t index) {
         list.expectArray();
         for (std::size_t i = 0; i < list.size(); ++i) camera.frameFaults.push_back(readFrameFault(list.at(i)));
     }
+    if (r.has("frameIds"))
+        camera.frameIds = r.at("frameIds").word<FrameIds>(
+            {{"continue", FrameIds::Continue}, {"restart", FrameIds::Restart}, {"wrap16", FrameIds::Wrap16}});
     return camera;
 }
 

@@ -243,6 +243,11 @@ Result SimSdk::sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* reque
                                 *request = r->handle;
                                 *buffer = r->buffer;
                                 *size = r->bytes;
+                                s.lastTaken = r;
+                                s.lastTakenId = r->frameId;
+                                s.lastTakenCaptureNs = r->captureNs;
+                                s.lastTakenPulse = r->pulse;
+                                s.lastTakenFailed = r->tooLarge;
                                 const bool failed = r->tooLarge;
                                 // The failed-take rule (sdk/TeliSdk.h): while acquiring, a
                                 // failed frame's request goes straight back to the wait queue.

@@ -21,6 +21,7 @@
 #include <memory>
 #include <string>
 
+#include "sdk/FrameInfo.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/sim/SimConfig.h"
 #include "sdk/sim/SimRender.h"
@@ -29,7 +30,7 @@
 
 namespace Tavri::sim {
 
-class SimSdk : public TeliSdk {
+class SimSdk : public TeliSdk, public FrameInfoSource {
 public:
     SimSdk();
     explicit SimSdk(RigConfig rig);  // throws RuntimeException for an invalid rig
@@ -39,6 +40,10 @@ public:
 
     // The 37 operations of sdk/SdkOperations.h (spelt out in sdk/TeliSdk.h).
     TAVRI_SDK_OVERRIDES
+
+    // The frame of the last take: its number, capture time (the rig's clock is the
+    // host's steady clock) and, as ground truth, the pulse and pattern it answered.
+    bool frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* info) override;
 
     // ---- Controls for tests and demos. Thread-safe. `camera` is the rig index, which
     // does not shift when a camera is unplugged; an index outside the rig throws

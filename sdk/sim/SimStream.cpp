@@ -31,6 +31,11 @@ bool fillFrame(Device& d, RequestObj& request, std::uint32_t frame, std::uint32_
     return true;
 }
 
+std::uint64_t frameIdOf(const Device& d, const StreamObj& s, std::uint64_t frame) {
+    const std::uint64_t id = s.idBase + frame;
+    return d.config.frameIds == FrameIds::Wrap16 ? (id - 1) % kWrap16Last + 1 : id;
+}
+
 void complete(Device& d, StreamObj& s, RequestObj* request) {
     request->state = RequestObj::State::Completed;
     s.completed.push_back(request);
@@ -55,7 +60,10 @@ void startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& loc
     s.pendingSoftware = 0;
     s.burstHeld = 0;
     s.source.reset();
-    s.lastDue = Clock::now();
+    s.lastDue = s.started = Clock::now();
+    if (d.nextFrameId == 0) d.nextFrameId = d.config.frameIds == FrameIds::Wrap16 ? kWrap16Start : 1;
+    s.idBase = d.config.frameIds == FrameIds::Restart ? 1 : d.nextFrameId;
+    s.startIndex = d.starts++;
     d.frames->start(d, s);
 }
 
@@ -63,6 +71,7 @@ void stopAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock
     if (!s.acquiring) return;
     s.acquiring = false;
     d.frames->stop(s, lock);
+    d.nextFrameId = frameIdOf(d, s, s.frame);
     for (auto& f : s.inFlight) complete(d, s, f.request);
     s.inFlight.clear();
     s.pendingSoftware = 0;
@@ -88,6 +97,9 @@ private:
         if (d.condition() != CameraCondition::Normal) return;
         const std::uint32_t frame = s.frame++;
         ++d.stats.triggers;
+        request.frameId = d.lastFrameId = frameIdOf(d, s, frame);
+        request.captureNs = ~std::uint64_t{0};  // no camera clock: completions are instant
+        request.pulse = kNoPattern;
         fillFrame(d, request, frame, kNoPattern, nullptr);
         const auto position = std::find(s.waiting.begin(), s.waiting.end(), &request);
         if (position != s.waiting.end()) s.waiting.erase(position);
@@ -160,12 +172,14 @@ private:
         }
     }
 
-    // Takes frame `frame` into the oldest waiting request; unlocks while rendering.
+    // Takes the next frame, captured at `when` and answering pulse `pattern`, into the
+    // oldest waiting request; unlocks while rendering. A stale frame is one left over
+    // from before the start: it keeps the camera's last number and counts no frame.
     static void capture(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock, std::uint32_t pattern,
-                        Clock::time_point when) {
-        const std::uint32_t frame = s.frame++;
-        ++d.stats.triggers;
-        if (frameFault(d.frameFaults, frame, FrameFault::Kind::Drop)) {
+                        Clock::time_point when, bool stale = false) {
+        const std::uint32_t frame = stale ? kNoPattern : s.frame++;
+        if (!stale) ++d.stats.triggers;
+        if (!stale && frameFault(d.frameFaults, frame, FrameFault::Kind::Drop)) {
             ++d.stats.dropped;
             return;
         }
@@ -176,19 +190,23 @@ private:
         RequestObj* request = s.waiting.front();
         s.waiting.pop_front();
         request->state = RequestObj::State::InFlight;
+        request->frameId = stale ? d.lastFrameId : (d.lastFrameId = frameIdOf(d, s, frame));
+        request->captureNs = static_cast<std::uint64_t>(
+            std::chrono::duration_cast<std::chrono::nanoseconds>(when.time_since_epoch()).count());
+        request->pulse = pattern;
         s.inFlight.push_back({request, Clock::time_point::max()});
         fillFrame(d, *request, frame, pattern, &lock);
         auto entry = std::find_if(s.inFlight.begin(), s.inFlight.end(),
                                   [request](const InFlight& f) { return f.request == request; });
-        Clock::time_point due = when;
-        if (const auto* late = frameFault(d.frameFaults, frame, FrameFault::Kind::Late))
+        Clock::time_point due = std::max(when, s.started);
+        if (const auto* late = stale ? nullptr : frameFault(d.frameFaults, frame, FrameFault::Kind::Late))
             due += std::chrono::milliseconds(late->delayMs);
         due = std::max(due, s.lastDue);  // delivery stays in order
         s.lastDue = due;
         entry->due = due;
         entry->ready = true;
         s.filled.notify_all();
-        if (const auto* burst = frameFault(d.frameFaults, frame, FrameFault::Kind::Burst)) {
+        if (const auto* burst = stale ? nullptr : frameFault(d.frameFaults, frame, FrameFault::Kind::Burst)) {
             entry->held = true;
             if (++s.burstHeld >= burst->burst) {
                 for (auto& f : s.inFlight) f.held = false;
@@ -200,14 +218,19 @@ private:
 
     void produce(Device& d, StreamObj& s) {
         std::unique_lock<std::mutex> lock(d.mutex);
+        if (frameFault(d.frameFaults, s.startIndex, FrameFault::Kind::Stale) && d.condition() == CameraCondition::Normal)
+            capture(d, s, lock, kNoPattern, s.started - ticks(d.pulsePeriod), true);
         while (!stop_) {
             const auto now = Clock::now();
             deliverDue(d, s, now);
             const Source source = sourceOf(d);
             if (s.source != source) {  // a new trigger set-up starts its own schedule
+                // The first pulse comes one period after the start itself, however late
+                // this thread began: a host can tell where the first trigger lies.
+                const auto origin = s.source ? now : s.started;
                 s.source = source;
-                s.nextPulse = now + ticks(d.pulsePeriod);
-                s.nextFreeRun = now + ticks(d.framePeriod);
+                s.nextPulse = origin + ticks(d.pulsePeriod);
+                s.nextFreeRun = origin + ticks(d.framePeriod);
             }
             const bool answers = d.condition() == CameraCondition::Normal;
             auto wakeAt = Clock::time_point::max();
@@ -222,7 +245,14 @@ private:
                 if (now >= edge) {
                     const std::uint32_t pattern = s.pulse++;
                     s.nextPulse += ticks(d.pulsePeriod);
-                    if (answers) capture(d, s, lock, pattern, edge);
+                    if (answers && frameFault(d.frameFaults, pattern, FrameFault::Kind::MissedPulse)) {
+                        ++d.stats.missedPulses;
+                    } else if (answers) {
+                        capture(d, s, lock, pattern, edge);
+                        // The line rang twice: a second frame of the same pattern.
+                        if (frameFault(d.frameFaults, pattern, FrameFault::Kind::DoublePulse))
+                            capture(d, s, lock, pattern, edge + ticks(d.pulsePeriod) / 8);
+                    }
                     continue;
                 }
                 wakeAt = edge;

@@ -33,6 +33,11 @@ struct RequestObj : HandleObj {
     State state = State::Held;
     std::uint32_t bytes = 0;
     bool tooLarge = false;
+    // The frame in the buffer: its number as the camera reports it, capture time on the
+    // steady clock (unknown in benchmark mode) and the pulse it answered.
+    std::uint64_t frameId = 0;
+    std::uint64_t captureNs = ~std::uint64_t{0};
+    std::uint32_t pulse = kNoPattern;
 };
 
 // What triggers frames: the trigger features' combination.
@@ -62,6 +67,15 @@ struct StreamObj : HandleObj {
     Clock::time_point nextPulse, nextFreeRun, lastDue;
     std::uint32_t pendingSoftware = 0;
     std::uint32_t burstHeld = 0;
+    std::uint64_t idBase = 0;      // the reported number of frame 0 of this acquisition
+    std::uint32_t startIndex = 0;  // which acquisition start of the camera this is
+    Clock::time_point started;
+    // The frame of the last take, kept as it was: a failed take's request goes back
+    // to the wait queue and may be refilled before its frame is asked for.
+    const RequestObj* lastTaken = nullptr;
+    std::uint64_t lastTakenId = 0, lastTakenCaptureNs = 0;
+    std::uint32_t lastTakenPulse = kNoPattern;
+    bool lastTakenFailed = false;
 };
 
 class FrameSource {
@@ -89,6 +103,8 @@ std::unique_ptr<FrameSource> makeFrameSource(bool render, std::atomic<std::size_
 // stamp alone (benchmark mode). Returns false for a failed frame.
 bool fillFrame(Device& d, RequestObj& request, std::uint32_t frame, std::uint32_t pattern,
                std::unique_lock<std::mutex>* lock);
+// The number the camera reports for frame `frame` of the running acquisition.
+std::uint64_t frameIdOf(const Device& d, const StreamObj& s, std::uint64_t frame);
 // Hands `request` to the completed queue and signals the event.
 void complete(Device& d, StreamObj& s, RequestObj* request);
 
