@@ -60,6 +60,9 @@ struct VerdictOptions {
     // it (a projector started in step with the cameras); negative: unknown, and a
     // trigger missed before the first image cannot be seen.
     double firstTriggerNs = -1.0;
+    // False for triggers that come at no steady pace (pulsed by hand or by a program):
+    // images are then tied to triggers by frame numbers alone.
+    bool byTime = true;
 };
 
 struct SetVerdict {

@@ -22,6 +22,9 @@ constexpr std::size_t kPhaseWindow = 8;
 // or a host clock read after scheduling delays.
 constexpr double kMinCameraPeriodNs = 20e3;
 constexpr double kMinHostPeriodNs = 1e6;
+// Beyond this share of a period from its slot an image is off the beat; jitter of a
+// quarter period stays well within it.
+constexpr double kOffBeat = 0.35;
 
 enum class Base { Camera, Capture, Host };
 
@@ -77,16 +80,22 @@ public:
 
     SetVerdict run() {
         const auto& images = records_.images;
-        verdict_.triggers.assign(images.size(), -1);
         std::vector<const ImageRecord*> good;
         for (const auto& r : images)
             if (r.status == 0 && !isStale(r, records_.startSteadyNs)) good.push_back(&r);
         base_ = baseOf(good);
-        period_ = options_.periodNs > 0 ? options_.periodNs : medianInterval(good, base_);
+        period_ = !options_.byTime         ? 0.0
+                  : options_.periodNs > 0 ? options_.periodNs
+                                          : medianInterval(good, base_);
         if (period_ < (base_ == Base::Host ? kMinHostPeriodNs : kMinCameraPeriodNs)) period_ = 0.0;
+        pass();
+        // Triggers that came at no steady pace (an emulated line, a host that pulses by
+        // hand) say nothing through their times: judge by frame numbers alone then.
+        if (period_ > 0 && offBeat_ > std::max<std::size_t>(2, good.size() / 4)) {
+            period_ = 0.0;
+            pass();
+        }
         verdict_.periodNs = period_;
-
-        for (std::size_t i = 0; i < images.size(); ++i) place(static_cast<std::int32_t>(i), images[i]);
         if (!records_.endedBecause.empty() && (images.empty() || images.back().status == 0))
             add(static_cast<std::int32_t>(images.size()), SetProblemCause::EndedEarly,
                 (boost::format("ended early after %d of %d images: %s") % images.size() % records_.requested %
@@ -96,6 +105,17 @@ public:
     }
 
 private:
+    void pass() {
+        verdict_.problems.clear();
+        verdict_.triggers.assign(records_.images.size(), -1);
+        next_ = 0;
+        previous_ = nullptr;
+        previousSlot_ = -1;
+        count_ = offBeat_ = 0;
+        for (std::size_t i = 0; i < records_.images.size(); ++i)
+            place(static_cast<std::int32_t>(i), records_.images[i]);
+    }
+
     void add(std::int32_t image, SetProblemCause cause, std::string detail, std::int32_t trigger = -1) {
         verdict_.problems.push_back({image, trigger < 0 ? next_ : trigger, cause, std::move(detail)});
     }
@@ -132,7 +152,9 @@ private:
             gap = frameGap(*previous_, r, records_.requested);
             std::int64_t advance = gap > 0 ? static_cast<std::int64_t>(gap) : 1;
             if (period_ > 0) {
-                const auto byTime = std::max<std::int64_t>(0, std::llround((t - phase()) / period_) - previousSlot_);
+                const double beat = (t - phase()) / period_;
+                offBeat_ += std::abs(beat - std::round(beat)) > kOffBeat;
+                const auto byTime = std::max<std::int64_t>(0, std::llround(beat) - previousSlot_);
                 advance = byTime == 0 ? 0 : std::max<std::int64_t>(byTime, static_cast<std::int64_t>(gap));
             }
             slot = previousSlot_ + advance;
@@ -184,6 +206,7 @@ private:
     std::int64_t previousSlot_ = -1;
     double phases_[kPhaseWindow] = {};
     std::size_t count_ = 0;
+    std::size_t offBeat_ = 0;  // images far from any slot of the running phase
 };
 
 // "images 5-11 answer triggers 6-12": the runs of images whose trigger is not their

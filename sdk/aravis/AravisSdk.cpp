@@ -251,6 +251,15 @@ Result AravisSdk::sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* re
     return onStream(stream, [&](AravisStream& s) { return s.takeCompleted(request, buffer, size); });
 }
 
+bool AravisSdk::frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* info) {
+    bool known = false;
+    onStream(stream, [&](AravisStream& s) {
+        known = s.frameInfo(request, info);
+        return AravisResult::Success;
+    });
+    return known;
+}
+
 Result AravisSdk::sdkFlushWaitQueue(StreamHandle stream) {
     return onStream(stream, [](AravisStream& s) { return s.flushWaitQueue(); });
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "sdk/FrameInfo.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/AravisStream.h"
 #include "sdk/aravis/CameraConnection.h"
@@ -17,7 +18,7 @@
 
 namespace Tavri::aravis {
 
-class AravisSdk final : public TeliSdk {
+class AravisSdk final : public TeliSdk, public FrameInfoSource {
 public:
     // A device list younger than this is reused: the driver counts cameras up to three
     // times for one open, and each GigE discovery round waits out about a second. A
@@ -46,6 +47,8 @@ public:
     Result sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* request, std::uint8_t** buffer,
                                    std::uint32_t* size) override;
     Result sdkFlushWaitQueue(StreamHandle stream) override;
+    // Frame id, camera and capture time and status of the last take's buffer.
+    bool frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* info) override;
     Result sdkGetSensorWidth(CameraHandle camera, std::uint32_t* width) override;
     Result sdkGetSensorHeight(CameraHandle camera, std::uint32_t* height) override;
     Result sdkGetWidth(CameraHandle camera, std::uint32_t* width) override;

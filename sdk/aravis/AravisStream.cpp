@@ -212,6 +212,7 @@ Result AravisStream::takeCompleted(RequestHandle* handle, std::uint8_t** data, s
     *handle = request;
     *data = request->data;
     *size = bytes;
+    remember(request, buffer, status);
     // The failed-take rule (sdk/TeliSdk.h): while acquiring, a failed frame's request
     // goes straight back on the stream, so lost packets never drain the pool.
     if (status != AravisResult::Success && acquiring_.load()) {
@@ -221,6 +222,39 @@ Result AravisStream::takeCompleted(RequestHandle* handle, std::uint8_t** data, s
 
     syncEvent();
     return status;
+}
+
+void AravisStream::remember(RequestHandle request, ArvBuffer* buffer, Result status) {
+    FrameInfo& info = lastTakenInfo_;
+    info = FrameInfo{};
+    lastTaken_ = request;
+    info.frameNumber = arv_buffer_get_frame_id(buffer);
+    if (ARV_IS_GV_STREAM(stream_.get())) {
+        // GigE Vision's block id: 16 bits, 0 left out.
+        info.frameIdWrap = 65535;
+        info.frameIdFirst = 1;
+    }
+    if (const guint64 camera = arv_buffer_get_timestamp(buffer)) info.cameraTimeNs = camera;
+    // Aravis stamps the buffer from the wall clock; the host compares on its steady one.
+    if (const guint64 system = arv_buffer_get_system_timestamp(buffer)) {
+        const auto wall = static_cast<std::int64_t>(g_get_real_time()) * 1000;
+        const auto steady = static_cast<std::int64_t>(steadyNowNs());
+        const std::int64_t captured = steady - (wall - static_cast<std::int64_t>(system));
+        if (captured > 0) info.captureSteadyNs = static_cast<std::uint64_t>(captured);
+    }
+    if (status != AravisResult::Success) {
+        info.status = status;
+        const ArvBufferStatus arvStatus = arv_buffer_get_status(buffer);
+        info.statusText = arvStatus == ARV_BUFFER_STATUS_SUCCESS ? "image larger than its request buffer"
+                                                                  : bufferStatusName(arvStatus);
+    }
+}
+
+bool AravisStream::frameInfo(RequestHandle request, FrameInfo* info) {
+    std::lock_guard<std::mutex> lock(queueMutex_);
+    if (!info || !request || request != lastTaken_) return false;
+    *info = lastTakenInfo_;
+    return true;
 }
 
 Result AravisStream::flushWaitQueue() {

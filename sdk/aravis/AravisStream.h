@@ -14,6 +14,7 @@
 #include <mutex>
 
 #include "sdk/CompletionEvent.h"
+#include "sdk/FrameInfo.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/CameraConnection.h"
 #include "sdk/aravis/GLibHandles.h"
@@ -42,6 +43,8 @@ public:
     Result flushWaitQueue();
     Result start();
     Result stop();
+    // The frame of the last take, if `request` is what it handed out.
+    bool frameInfo(RequestHandle request, FrameInfo* info);
 
 private:
     struct Request {
@@ -61,6 +64,8 @@ private:
     bool completedWaiting();
     void syncEvent();
     void countTaken();
+    // Keeps what `buffer` tells of its frame for frameInfo (under queueMutex_).
+    void remember(RequestHandle request, ArvBuffer* buffer, Result status);
 
     std::shared_ptr<CameraConnection> connection_;
     CompletionEvent event_;
@@ -79,6 +84,9 @@ private:
     StreamStatistics atStart_;
     // Between a successful start and the next stop: a failed take re-queues its request.
     std::atomic<bool> acquiring_{false};
+    // What the last take knew of its frame, read before the buffer could be refilled.
+    RequestHandle lastTaken_ = nullptr;
+    FrameInfo lastTakenInfo_;
 };
 
 }  // namespace Tavri::aravis

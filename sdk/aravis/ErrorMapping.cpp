@@ -68,4 +68,18 @@ Result resultFromBufferStatus(ArvBufferStatus status) {
     }
 }
 
+const char* bufferStatusName(ArvBufferStatus status) {
+    switch (status) {
+    case ARV_BUFFER_STATUS_SUCCESS: return "";
+    case ARV_BUFFER_STATUS_CLEARED: return "cleared";
+    case ARV_BUFFER_STATUS_TIMEOUT: return "timeout";
+    case ARV_BUFFER_STATUS_MISSING_PACKETS: return "missing packets";
+    case ARV_BUFFER_STATUS_WRONG_PACKET_ID: return "wrong packet id";
+    case ARV_BUFFER_STATUS_SIZE_MISMATCH: return "size mismatch";
+    case ARV_BUFFER_STATUS_FILLING: return "filling";
+    case ARV_BUFFER_STATUS_ABORTED: return "aborted";
+    default: return "unknown buffer status";
+    }
+}
+
 }  // namespace Tavri::aravis

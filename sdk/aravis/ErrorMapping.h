@@ -12,5 +12,7 @@ Result resultFromError(const GError* error);
 
 // Result for a completed buffer's status; Success only for ARV_BUFFER_STATUS_SUCCESS.
 Result resultFromBufferStatus(ArvBufferStatus status);
+// Aravis's name of a buffer status, for a person ("missing packets"); static storage.
+const char* bufferStatusName(ArvBufferStatus status);
 
 }  // namespace Tavri::aravis

@@ -268,21 +268,84 @@ TEST_F(DriverOverAravis, ContinuousGrabDeliversImageAfterImage) {
     camera->releaseGrabContinuous();
 }
 
-TEST_F(DriverOverAravis, HardwareTriggeredSequenceTakesOneImagePerPulse) {
+// One image per pulse, each tied to its pulse by the camera's frame ids; a frame lost
+// on the link is named by the id gap it leaves, at the image it shifts.
+TEST_F(DriverOverAravis, HardwareTriggeredSequenceTakesOneImagePerPulseAndNamesALostFrame) {
     constexpr int kImages = 12;
-    ASSERT_NO_FATAL_FAILURE(openShowingPattern(fixtureSerial(), Camera::TriggerTypeValues::Hardware));
-    camera->startGrabSequenceAsync(kImages);
-    gige::pulseTriggerLine(kImages);
-    const auto set = camera->finishGrabSequenceAsync();
-    ASSERT_EQ(set->images.size(), static_cast<std::size_t>(kImages));
-    for (int i = 0; i < kImages; ++i) {
-        const cv::Mat& image = set->images[i];
-        ASSERT_EQ(image.size(), cv::Size(640, 480)) << "image " << i;
-        EXPECT_EQ(patternMismatches(image.data, image.cols, image.rows), 0u) << "image " << i;
+    for (const int lost : {-1, 5}) {
+        SCOPED_TRACE("frame lost at pulse " + std::to_string(lost));
+        ASSERT_NO_FATAL_FAILURE(openShowingPattern(fixtureSerial(), Camera::TriggerTypeValues::Hardware));
+        camera->startGrabSequenceAsync(kImages);
+        // The emulated line keeps no steady pace (the fake camera takes a pulse on its
+        // next round): the set is judged by frame ids alone.
+        if (lost < 0) {
+            gige::pulseTriggerLine(kImages);
+        } else {
+            // In order: the fixture takes a lost pulse once the pulses before it are out.
+            for (const auto& [count, gone] : {std::pair{lost, false}, {1, true}, {kImages - lost, false}}) {
+                gige::pulseTriggerLine(count, gone);
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            }
+        }
+        const auto set = camera->finishGrabSequenceAsync();
+        ASSERT_EQ(set->images.size(), static_cast<std::size_t>(kImages));
+        for (int i = 0; i < kImages; ++i) {
+            const cv::Mat& image = set->images[i];
+            ASSERT_EQ(image.size(), cv::Size(640, 480)) << "image " << i;
+            EXPECT_EQ(patternMismatches(image.data, image.cols, image.rows), 0u) << "image " << i;
+        }
+        auto& records = dynamic_cast<ImageRecordSource&>(*camera);
+        const auto& images = records.sequenceRecords().images;
+        ASSERT_EQ(images.size(), static_cast<std::size_t>(kImages));
+        for (const auto& r : images) {
+            EXPECT_NE(r.frameNumber, ImageRecord::kUnknown);
+            EXPECT_NE(r.cameraTimeNs, ImageRecord::kUnknown);
+        }
+        VerdictOptions byIds;
+        byIds.byTime = false;
+        const SetVerdict verdict = judgeSet(records.sequenceRecords(), byIds);
+        if (lost < 0) {
+            EXPECT_TRUE(verdict.whole()) << verdict.describe();
+        } else {
+            ASSERT_EQ(verdict.problems.size(), 1u) << verdict.describe();
+            const auto& problem = verdict.problems.front();
+            EXPECT_EQ(problem.image, lost);
+            EXPECT_EQ(problem.trigger, lost);
+            EXPECT_EQ(problem.cause, SetProblemCause::MissingTrigger);
+            const auto before = std::to_string(images[lost - 1].frameNumber);
+            const auto after = std::to_string(images[lost].frameNumber);
+            EXPECT_EQ(problem.detail, "pattern 5 missing: camera frame " + before + " then " + after);
+        }
+        camera->releaseCamera();
     }
-    // Pulses come one at a time: frame numbers run on without a gap.
-    for (int i = 1; i < kImages; ++i)
-        EXPECT_EQ(set->images[i].data[0], (set->images[i - 1].data[0] + 1) % 255) << "image " << i;
+}
+
+// A camera losing packets: every image of a set is whole, or named as failed with
+// Aravis's status; none passes unnamed.
+TEST_F(DriverOverAravis, LossyCameraNeverPutsAnIncompleteImageIntoASetUnnamed) {
+    ASSERT_NO_FATAL_FAILURE(openShowingPattern(gige::lossySerial(), Camera::TriggerTypeValues::Hardware));
+    auto& records = dynamic_cast<ImageRecordSource&>(*camera);
+    int failed = 0;
+    for (int round = 0; round < 6; ++round) {
+        camera->startGrabSequenceAsync(8);
+        const auto set = camera->finishGrabSequenceAsync();
+        const auto& images = records.sequenceRecords().images;
+        const auto& verdict = records.sequenceVerdict();
+        for (std::size_t i = 0; i < images.size(); ++i) {
+            if (images[i].status == 0) {
+                EXPECT_EQ(patternMismatches(set->images[i].data, set->images[i].cols, set->images[i].rows), 0u)
+                    << "round " << round << " image " << i;
+                continue;
+            }
+            ++failed;
+            const auto named = std::find_if(verdict.problems.begin(), verdict.problems.end(), [&](const SetProblem& p) {
+                return p.image == static_cast<int>(i) && p.cause == SetProblemCause::FailedFrame;
+            });
+            ASSERT_NE(named, verdict.problems.end()) << verdict.describe();
+            EXPECT_NE(named->detail.find(images[i].statusText), std::string::npos) << named->detail;
+        }
+    }
+    RecordProperty("failed_frames", failed);
 }
 
 TEST_F(DriverOverAravis, CameraKilledMidStreamFailsWithTheDriversErrorsWithoutHanging) {

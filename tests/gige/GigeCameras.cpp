@@ -55,12 +55,12 @@ std::vector<std::string> allSerials() {
     return serials;
 }
 
-void pulseTriggerLine(int count) {
+void pulseTriggerLine(int count, bool lost) {
     const std::string path = env("TAVRI_GIGE_FIXTURE_CONTROL");
     // Non-blocking: the fixture holds the FIFO open, so this never waits.
     const int fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK);
     if (fd < 0) throw std::runtime_error("cannot open the fixture's trigger FIFO " + path);
-    const std::string line = std::to_string(count) + "\n";
+    const std::string line = (lost ? "lose " : "") + std::to_string(count) + "\n";
     const ssize_t written = ::write(fd, line.data(), line.size());
     ::close(fd);
     if (written != static_cast<ssize_t>(line.size())) throw std::runtime_error("trigger FIFO write failed");

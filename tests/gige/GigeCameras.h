@@ -21,8 +21,9 @@ std::string lossySerial();
 // Every camera's serial, the order the backend lists them in (sorted).
 std::vector<std::string> allSerials();
 
-// Pulses the fixture's trigger line `count` times.
-void pulseTriggerLine(int count);
+// Pulses the fixture's trigger line `count` times; with `lost`, the frames of those
+// pulses are lost on the link (the camera counts them, the host never sees them).
+void pulseTriggerLine(int count, bool lost = false);
 
 // Kills the camera process serving `serial` outright (SIGKILL), as a camera that
 // loses power; returns false if the harness did not start it.
