@@ -51,7 +51,7 @@ void TavriCameraToshibaTeli::grabImageInto(std::uint8_t* destination, std::size_
         throw RuntimeException("Failed to send software trigger signal to camera");
     // -1 becomes 0xFFFFFFFF: no time limit.
     if (platform::waitForEvent(imageEvent, static_cast<std::uint32_t>(timeout)) != 0)
-        throw RuntimeException("Failed to wait for camera image completion");
+        throw RuntimeException(DriverText::ImageWaitFailed);
     const Result taken = sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize);
     recordTake(lastRecord, lastRecord.index + 1, taken);
     if (taken != SdkResult::Success) throw RuntimeException("Failed to grab image from camera.");

@@ -37,7 +37,7 @@ void TavriCameraToshibaTeli::grabSequenceWorker() {
     try {
         for (int i = 0; i < sequenceLength; ++i) {
             if (platform::waitForEvent(imageEvent, static_cast<std::uint32_t>(sequenceImageTimeout)) != 0)
-                throw RuntimeException("Failed to wait for camera image completion");
+                throw RuntimeException(DriverText::ImageWaitFailed);
             const Result result =
                 sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize);
             records.images.emplace_back();

@@ -76,6 +76,10 @@ struct SetVerdict {
     std::string describe() const;
 };
 
+// How far the camera counted from `a` to `b` (1: no frame between), minding a number
+// that wraps; 0 when the numbers cannot tell (unknown, or counted again from the start).
+std::uint64_t framesBetween(const ImageRecord& a, const ImageRecord& b);
+
 // Judges a set from its records: pure, the same for the driver and every host.
 SetVerdict judgeSet(const SequenceRecords& records, const VerdictOptions& options = {});
 

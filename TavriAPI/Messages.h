@@ -8,6 +8,12 @@
 #include "TavriCommon/Exceptions.h"
 #include "TavriCommon/Logger.h"
 
+// Texts of the driver that a host may key on, spelt once here: hosts include this
+// header rather than copy them.
+namespace Tavri::DriverText {
+constexpr const char* ImageWaitFailed = "Failed to wait for camera image completion";
+}  // namespace Tavri::DriverText
+
 namespace Tavri::detail {
 
 template <typename... Args>

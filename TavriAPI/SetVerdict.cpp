@@ -43,15 +43,9 @@ bool isStale(const ImageRecord& r, std::uint64_t start) {
     return start != 0 && known(r.captureSteadyNs) && r.captureSteadyNs < start;
 }
 
-// Frames the camera counted from `a` to `b` (1: none between), or 0 when the numbers
-// cannot tell: unknown, restarted, or a jump no set of this length can make.
+// framesBetween, or 0 for a jump no set of this length can make.
 std::uint64_t frameGap(const ImageRecord& a, const ImageRecord& b, std::int32_t requested) {
-    if (!known(a.frameNumber) || !known(b.frameNumber)) return 0;
-    std::uint64_t gap = 0;
-    if (b.frameNumber > a.frameNumber)
-        gap = b.frameNumber - a.frameNumber;
-    else if (a.frameIdWrap != 0 && a.frameNumber <= a.frameIdWrap && b.frameNumber >= a.frameIdFirst)
-        gap = (a.frameIdWrap - a.frameNumber) + (b.frameNumber - a.frameIdFirst) + 1;
+    const std::uint64_t gap = framesBetween(a, b);
     const auto plausible = static_cast<std::uint64_t>(std::max(requested, 0)) + 16;
     return gap <= plausible ? gap : 0;
 }
@@ -254,6 +248,14 @@ std::string SetVerdict::describe() const {
         text += (text.empty() ? "" : "; ") + (boost::format("image %d: %s") % problem.image % problem.detail).str();
     const auto shifts = shiftText(triggers);
     return shifts.empty() ? text : text + "; " + shifts;
+}
+
+std::uint64_t framesBetween(const ImageRecord& a, const ImageRecord& b) {
+    if (!known(a.frameNumber) || !known(b.frameNumber)) return 0;
+    if (b.frameNumber > a.frameNumber) return b.frameNumber - a.frameNumber;
+    if (a.frameIdWrap != 0 && a.frameNumber <= a.frameIdWrap && b.frameNumber >= a.frameIdFirst)
+        return (a.frameIdWrap - a.frameNumber) + (b.frameNumber - a.frameIdFirst) + 1;
+    return 0;
 }
 
 SetVerdict judgeSet(const SequenceRecords& records, const VerdictOptions& options) {

@@ -99,8 +99,9 @@ TEST(SetIntegrityOverRig, EachFaultIsNamedAtItsImageAndCleanSetsAreWhole) {
             EXPECT_EQ(found, c.problems) << verdict.describe();
             for (std::size_t i = 0; i < records.images.size(); ++i) {
                 const auto& r = records.images[i];
-                if (r.status == 0 && r.captureSteadyNs >= records.startSteadyNs)
+                if (r.status == 0 && r.captureSteadyNs >= records.startSteadyNs) {
                     EXPECT_EQ(verdict.triggers[i], static_cast<std::int32_t>(r.pulse)) << "image " << i;
+                }
             }
             // The driver judges without knowing where the first trigger lies: it sees
             // the same problems but for one missed before the first image.

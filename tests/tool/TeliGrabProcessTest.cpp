@@ -66,6 +66,7 @@ protected:
         // From the sixth frame on, every frame is lost.
         write("drop.json", camera(R"("frameFaults": [{"kind": "drop", "first": 5, "every": 1}])"));
         write("unplug.json", camera(R"("unplugAfterFrames": 10)"));
+        write("gap.json", camera(R"("frameFaults": [{"kind": "drop", "first": 5, "count": 1}])"));
         write("hung.json", camera(R"("condition": "hung")"));
         // One trigger pulse in 20 s: as good as no trigger wiring.
         write("untriggered.json", R"({"seed": 1, "projector": {"rate": 0.05},
@@ -223,10 +224,15 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"camera disconnected after 10 frames"}, {}, {"stream: 10 frames", "(camera disconnected)"}, true},
         {{"--rig", path("unplug.json"), "sequence", "20", "-o", path("lost")}, 7, {"camera disconnected after 10 frames"},
          {}, {}, true},
-        {{"--rig", path("late.json"), "sequence", "6", "-o", path("lost")}, 4,
-         {"Grab sequence ended after 3 of 6 images: Failed to wait for camera image completion",
-          "nothing written (--keep-partial writes the 3 that arrived)"},
-         {}, {"sequence: 3 of 6 images"}, true},
+        // A late frame on a wired trigger: no advice to let the camera run free.
+        {{"--rig", path("late.json"), "sequence", "6", "-o", path("late")}, 4,
+         {"sequence ended early after 3 of 6 images: Failed to wait for camera image completion",
+          "no images written (--keep-partial writes the 3 that arrived)"},
+         {kRunFree}, {"sequence: 3 of 6 images", "verdict: image 3: ended early"}, true},
+        // One frame lost on the link: every later image shows the next pattern.
+        {{"--rig", path("gap.json"), "sequence", "12", "-o", path("gap")}, 8,
+         {"set not whole: image 5: pattern 5 missing: camera frame 5 then 7; images 5-11 answer triggers 6-12"}, {},
+         {"sequence: 12 of 12 images"}, true},
         {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,
          {"sequence ended after 5 of 10 images: no image within 300 ms", kRunFree}, {}, {}, true},
     };
@@ -241,6 +247,12 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     }
     for (const char* name : {"none", "x.png", "long", "lost", "no", "a-file/sub"})
         EXPECT_FALSE(fs::exists(path(name))) << name << " written by a refused command";
+    // A sequence that ran leaves its record, and no image unless asked to.
+    for (const char* name : {"late", "gap"}) {
+        EXPECT_TRUE(fs::exists(path(name) + "/sequence.json")) << name;
+        EXPECT_FALSE(fs::exists(path(name) + "/image_000.png")) << name;
+    }
+    EXPECT_NE(slurp(path("gap/sequence.json")).find(R"("cause": "missing trigger")"), std::string::npos);
     EXPECT_EQ(std::count_if(fs::directory_iterator(scratch_), fs::directory_iterator(),
                             [](const fs::directory_entry& e) { return e.path().filename().string().front() == '.'; }),
               0)

@@ -7,8 +7,6 @@
 
 namespace TeliGrab {
 
-const char* const kImageWaitFailed = "Failed to wait for camera image completion";
-
 std::string triggerHint(Tavri::CameraDriver& camera) {
     const auto settings = camera.settings();
     if (!settings.has(SettingsOld::Camera::TriggerType) ||

@@ -3,11 +3,12 @@
 #include <string>
 
 #include "TavriAPI/CameraDriver.h"
+#include "TavriAPI/Messages.h"
 
 namespace TeliGrab {
 
 // The driver's text for an image that did not arrive within the wait.
-extern const char* const kImageWaitFailed;
+using Tavri::DriverText::ImageWaitFailed;
 
 // When the camera is set to wait for a hardware trigger: a sentence saying so and how
 // to let it run free; empty otherwise.

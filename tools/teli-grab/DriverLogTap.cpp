@@ -2,11 +2,6 @@
 
 namespace TeliGrab {
 
-namespace {
-// How the driver tells, at level 1, that a sequence stopped early, and why.
-const char* const kSequenceEnd = "Grab sequence ended after ";
-}  // namespace
-
 class DriverLogTap::Forwarder : public Tavri::Log::LoggerInterface {
 public:
     // The logger installed before this one; none means the library's default.
@@ -20,10 +15,7 @@ public:
         std::shared_ptr<Tavri::Log::LoggerInterface> next;
         {
             std::lock_guard<std::mutex> lock(mutex_);
-            if (level >= 3)
-                failures_.push_back(text);
-            else if (text.rfind(kSequenceEnd, 0) == 0)
-                sequenceEnd_ = text;
+            if (level >= 3) failures_.push_back(text);
             next = next_;
         }
         // From inside an installed logger, the global logger is the default one.
@@ -37,16 +29,11 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return failures_;
     }
-    std::string sequenceEnd() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return sequenceEnd_;
-    }
 
 private:
     mutable std::mutex mutex_;
     std::shared_ptr<Tavri::Log::LoggerInterface> next_;
     std::vector<std::string> failures_;
-    std::string sequenceEnd_;
 };
 
 // Records go on to the logger installed before (a host's, or an outer tap), which
@@ -59,7 +46,5 @@ DriverLogTap::DriverLogTap()
 DriverLogTap::~DriverLogTap() { Tavri::Log::GlobalLogger::install(previous_); }
 
 std::vector<std::string> DriverLogTap::failures() const { return forwarder_->failures(); }
-
-std::string DriverLogTap::sequenceEnd() const { return forwarder_->sequenceEnd(); }
 
 }  // namespace TeliGrab

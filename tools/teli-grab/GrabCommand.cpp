@@ -26,7 +26,7 @@ cv::Mat grabOne(Tavri::CameraDriver& camera) {
     throwIfInterrupted();
     if (failure.empty()) return image;
     throwIfDisconnected(camera, 0);
-    const auto hint = failure == kImageWaitFailed ? triggerHint(camera) : std::string();
+    const auto hint = failure == ImageWaitFailed ? triggerHint(camera) : std::string();
     throw ToolError(ExitCode::DriverError, "grab: " + failure + (hint.empty() ? "" : "; " + hint));
 }
 

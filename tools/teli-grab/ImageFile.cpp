@@ -133,6 +133,10 @@ void writeImage(const std::string& fileName, const cv::Mat& image) {
                         (boost::format("cannot write '%s': no %s encoder for a %d x %d image of %d channel(s)") %
                          fileName % (extension + 1) % image.cols % image.rows % image.channels())
                             .str());
+    writeFile(fileName, bytes);
+}
+
+void writeFile(const std::string& fileName, const std::vector<uchar>& bytes) {
     TemporaryFile temporary(fileName);
     temporary.write(bytes, fileName);
 }

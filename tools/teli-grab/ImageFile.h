@@ -27,5 +27,7 @@ void createOutputDirectory(const std::string& directory);
 // the target, renamed into place: an interrupted or failed write leaves no partial
 // file. ToolError(OutputError) with the system's reason.
 void writeImage(const std::string& fileName, const cv::Mat& image);
+// Writes `bytes` the same way.
+void writeFile(const std::string& fileName, const std::vector<uchar>& bytes);
 
 }  // namespace TeliGrab

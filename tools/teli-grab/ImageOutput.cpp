@@ -10,6 +10,7 @@ namespace {
 constexpr int kGap = 4;
 const cv::Scalar kBackground(32, 32, 32);
 const cv::Scalar kLabel(0, 255, 255);
+const cv::Scalar kMark(0, 0, 255);  // BGR red
 
 cv::Mat asBgr(const cv::Mat& image) {
     if (image.channels() == 3) return image;
@@ -30,7 +31,7 @@ cv::Mat forFile(const cv::Mat& image, Tavri::ImageType mode, bool debayer) {
     return out;
 }
 
-cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth) {
+cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth, const std::vector<bool>& marked) {
     if (images.empty()) return {};
     const int columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(images.size()))));
     const int rows = (static_cast<int>(images.size()) + columns - 1) / columns;
@@ -44,8 +45,10 @@ cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth) {
         const int row = static_cast<int>(i) / columns;
         cv::Mat cell = sheet(cv::Rect(kGap + column * (width + kGap), kGap + row * (height + kGap), width, height));
         cv::resize(asBgr(images[i]), cell, cell.size(), 0, 0, cv::INTER_AREA);
+        const bool mark = i < marked.size() && marked[i];
+        if (mark) cv::rectangle(cell, cv::Rect(0, 0, width, height), kMark, 3);
         cv::putText(cell, std::to_string(i), cv::Point(4, std::min(height - 4, 16)), cv::FONT_HERSHEY_SIMPLEX, 0.45,
-                    kLabel, 1, cv::LINE_AA);
+                    mark ? kMark : kLabel, 1, cv::LINE_AA);
     }
     return sheet;
 }

@@ -20,7 +20,9 @@ cv::Mat forFile(const cv::Mat& image, Tavri::ImageType mode, bool debayer);
 
 // All images as thumbnails in a near-square grid, numbered, on a dark background.
 // The images are already prepared with forFile. Thumbnails are at most `thumbWidth`
-// pixels wide and keep the images' aspect ratio.
-cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth = 240);
+// pixels wide and keep the images' aspect ratio. Images flagged in `marked` (a broken
+// set's) get a red frame and a red number.
+cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth = 240,
+                     const std::vector<bool>& marked = {});
 
 }  // namespace TeliGrab

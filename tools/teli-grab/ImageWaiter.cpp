@@ -38,7 +38,7 @@ ImageWaiter::Result ImageWaiter::next(cv::Mat& frame, Clock::time_point deadline
         }
         // A lost camera shows as images that stop coming, so every failed slice asks.
         throwIfDisconnected(camera_, framesSoFar);
-        if (failure != kImageWaitFailed) {
+        if (failure != ImageWaitFailed) {
             cause_ = failure;
             timedOut_ = false;
             return Result::Failed;

@@ -9,7 +9,6 @@
 #include "CameraChecks.h"
 #include "Commands.h"
 #include "ContinuousGrab.h"
-#include "DriverLogTap.h"
 #include "ImageFile.h"
 #include "ImageOutput.h"
 #include "ImageWaiter.h"
@@ -17,6 +16,7 @@
 #include "Progress.h"
 #include "Session.h"
 #include "Timeout.h"
+#include "SetReport.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -37,15 +37,22 @@ struct SequenceOptions {
     std::string directory;
     bool perImageTimes = false;
     bool keepPartial = false;
+    double triggerRate = 0.0;
     std::string format = "png";
     Timeout timeout;
 };
 
-// The images that arrived; `failure` says why there are fewer than asked for.
+// The images that arrived; `failure` says why the set is not whole (fewer images than
+// asked for, or images that answer other triggers), `code` how the tool ends then.
+// `broken` marks the images that do not show their own pattern; `report` is what goes
+// to sequence.json.
 struct Collected {
     std::vector<cv::Mat> images;
     Tavri::ImageType mode = Tavri::ImageType::Raw;
     std::string failure;
+    ExitCode code = ExitCode::DriverError;
+    std::vector<bool> broken;
+    nlohmann::ordered_json report;
 };
 
 // The driver's hardware-triggered sequence. The set arrives whole at the finish, so
@@ -76,10 +83,9 @@ std::shared_ptr<Tavri::ImageSet> runSequence(Tavri::CameraDriver& camera, int co
     return finishing.get();
 }
 
-Collected collectSequence(Tavri::CameraDriver& camera, int count) {
+Collected collectSequence(Tavri::CameraDriver& camera, int count, double triggerRate) {
     // Read before the start: no other call may reach the camera while the sequence runs.
     const auto hint = triggerHint(camera);
-    DriverLogTap tap;
     const auto start = Clock::now();
     const auto set = runSequence(camera, count);
     const auto finish = Clock::now();
@@ -90,36 +96,42 @@ Collected collectSequence(Tavri::CameraDriver& camera, int count) {
                          (set ? set->images.size() : 0) % count)
                             .str());
 
-    int arrived = count;
-    Collected collected{{}, set->mode, {}};
-    const auto ended = tap.sequenceEnd();
-    const auto failures = tap.failures();
-    if (!ended.empty()) {
-        if (std::sscanf(ended.c_str(), "Grab sequence ended after %d", &arrived) != 1 || arrived < 0 || arrived > count)
-            arrived = 0;
-        const bool waitedInVain = ended.find(kImageWaitFailed) != std::string::npos;
-        collected.failure = ended + (waitedInVain && !hint.empty() ? "; " + hint : "");
-    } else if (!failures.empty()) {
-        // The slots from a lost image on hold undefined bytes, and which one it was is
-        // not known here.
-        arrived = 0;
-        collected.failure = "the driver reported a failure during the sequence: " + failures.front();
+    const auto& records = recordSource(camera).sequenceRecords();
+    Tavri::VerdictOptions options;
+    if (triggerRate > 0) options.periodNs = 1e9 / triggerRate;
+    const Tavri::SetVerdict verdict = Tavri::judgeSet(records, options);
+    // Slots from a failed or missing image on hold no image of this set.
+    int arrived = 0;
+    while (arrived < static_cast<int>(records.images.size()) && records.images[arrived].status == 0) ++arrived;
+
+    Collected collected{{}, set->mode, {}, ExitCode::DriverError, brokenImages(verdict, arrived), setReport(records, verdict)};
+    if (!verdict.whole()) {
+        const bool endedOnly = std::all_of(verdict.problems.begin(), verdict.problems.end(), [](const auto& p) {
+            return p.cause == Tavri::SetProblemCause::EndedEarly;
+        });
+        const bool waitedInVain = records.endedBecause == ImageWaitFailed;
+        collected.failure = endedOnly ? "sequence " + verdict.problems.front().detail
+                                      : "set not whole: " + verdict.describe();
+        // Advice to let the camera run free fits a camera that saw no trigger at all,
+        // not one whose trigger stopped or came late.
+        if (waitedInVain && arrived == 0 && !hint.empty()) collected.failure += "; " + hint;
+        if (!endedOnly) collected.code = ExitCode::SetNotWhole;
     }
     // Copies: the set's pixel block is released by code in the plug-in.
     for (int i = 0; i < arrived; ++i) collected.images.push_back(set->images[static_cast<std::size_t>(i)].clone());
-    if (!collected.failure.empty()) throwIfDisconnected(camera, arrived);
+    if (arrived < count) throwIfDisconnected(camera, arrived);
 
     const double elapsed = millisecondsBetween(start, finish);
     std::cout << boost::format("sequence: %d of %d images in %.1f ms from start to finish, %.2f fps\n") % arrived %
                      count % elapsed % (arrived * 1000.0 / elapsed);
-    std::cout << "arrival times of single images are not visible: the sequence hands all images over at the finish "
-                 "(--per-image-times measures them through continuous grabbing)\n";
+    std::cout << "verdict: " << verdict.describe() << "\n";
     return collected;
 }
 
 // The same count through continuous grabbing, timing each image as it arrives.
 Collected collectTimed(Tavri::CameraDriver& camera, int count, const Timeout& timeout) {
-    Collected collected{{}, camera.getMode(), {}};
+    Collected collected;
+    collected.mode = camera.getMode();
     std::vector<double> arrivals;
     {
         const cv::Mat prototype = ContinuousGrab::frameFor(camera);
@@ -150,6 +162,7 @@ Collected collectTimed(Tavri::CameraDriver& camera, int count, const Timeout& ti
 }
 
 void writeAll(const Collected& collected, const std::string& directory, ImageFormat format, bool debayer) {
+    if (!collected.report.is_null()) writeSetReport(directory, collected.report);
     if (collected.images.empty()) return;
     createOutputDirectory(directory);
     const auto extension = extensionOf(format);
@@ -166,7 +179,7 @@ void writeAll(const Collected& collected, const std::string& directory, ImageFor
         writeImage(fileName((boost::format("image_%03d") % i).str()), prepared.back());
     }
     throwIfInterrupted();
-    writeImage(fileName("contact_sheet"), contactSheet(prepared));
+    writeImage(fileName("contact_sheet"), contactSheet(prepared, 240, collected.broken));
     progress.finish();
     std::cout << boost::format("wrote %d images (%d x %d): %s ... and the contact sheet %s\n") % total %
                      collected.images.front().cols % collected.images.front().rows % fileName("image_000") %
@@ -175,19 +188,22 @@ void writeAll(const Collected& collected, const std::string& directory, ImageFor
 
 void run(Session& session, const SequenceOptions& settings, ImageFormat format, bool debayer) {
     auto& camera = session.open();
-    const auto collected = settings.perImageTimes ? collectTimed(camera, settings.count, settings.timeout)
-                                                  : collectSequence(camera, settings.count);
+    auto collected = settings.perImageTimes ? collectTimed(camera, settings.count, settings.timeout)
+                                            : collectSequence(camera, settings.count, settings.triggerRate);
     if (collected.failure.empty()) {
         writeAll(collected, settings.directory, format, debayer);
         return;
     }
-    if (settings.keepPartial) writeAll(collected, settings.directory, format, debayer);
-    throw ToolError(ExitCode::DriverError,
-                    collected.failure + (settings.keepPartial || collected.images.empty()
+    const auto kept = collected.images.size();
+    // The record of what went wrong is written whatever else is.
+    if (!settings.keepPartial) collected.images.clear();
+    writeAll(collected, settings.directory, format, debayer);
+    throw ToolError(collected.code,
+                    collected.failure + (settings.keepPartial || kept == 0
                                              ? ""
-                                             : (boost::format("; nothing written (--keep-partial writes the %d "
+                                             : (boost::format("; no images written (--keep-partial writes the %d "
                                                               "that arrived)") %
-                                                collected.images.size())
+                                                kept)
                                                    .str()));
 }
 
@@ -209,6 +225,10 @@ void addSequenceCommand(CLI::App& app, const GlobalOptions& options) {
     command->add_flag("--keep-partial", settings->keepPartial,
                       "when the sequence ends early, write the images that did arrive (the exit code still says it "
                       "failed)");
+    command->add_option("--trigger-rate", settings->triggerRate,
+                        "the projector's pulses per second, when known: the set's intervals are judged by it "
+                        "rather than by their median")
+        ->check(CLI::PositiveNumber);
     // The driver's sequence waits 500 ms for each image, whatever the host wants.
     addTimeoutOption(*command, settings->timeout, "with --per-image-times: longest wait for one image")
         ->needs(perImageTimes);

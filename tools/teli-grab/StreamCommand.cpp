@@ -11,6 +11,7 @@
 #include "ImageWaiter.h"
 #include "Progress.h"
 #include "Session.h"
+#include "SetReport.h"
 #include "Timeout.h"
 #include "ToolError.h"
 
@@ -28,10 +29,25 @@ struct StreamOptions {
 
 struct Tally {
     long frames = 0;
+    // Frames the camera numbered that never arrived; -1 while its numbers are unknown.
+    long missing = -1;
+    std::optional<Tavri::ImageRecord> previous;
     long failures = 0;
     int consecutive = 0;
     std::map<std::string, long> byCause;
     std::string lastCause;
+
+    void arrived(const Tavri::ImageRecord& record) {
+        ++frames;
+        consecutive = 0;
+        if (record.frameNumber == Tavri::ImageRecord::kUnknown) return;
+        if (missing < 0) missing = 0;
+        if (previous) missing += static_cast<long>(framesMissedBetween(*previous, record));
+        previous = record;
+    }
+    std::string missingText() const {
+        return missing < 0 ? "" : (boost::format("%d missing by frame number, ") % missing).str();
+    }
 
     void failed(const std::string& cause) {
         ++failures;
@@ -55,12 +71,13 @@ double secondsSince(Clock::time_point start) { return std::chrono::duration<doub
 double rate(long frames, double seconds) { return seconds > 0 ? frames / seconds : 0.0; }
 
 void printSummary(const Tally& tally, double elapsed, const char* ending) {
-    std::cout << boost::format("stream: %d frames in %.2f s, %.2f fps, %s%s\n") % tally.frames % elapsed %
-                     rate(tally.frames, elapsed) % tally.failureText() % ending;
+    std::cout << boost::format("stream: %d frames in %.2f s, %.2f fps, %s%s%s\n") % tally.frames % elapsed %
+                     rate(tally.frames, elapsed) % tally.missingText() % tally.failureText() % ending;
 }
 
 void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
     cv::Mat frame = ContinuousGrab::frameFor(camera);
+    const auto& records = recordSource(camera);
     ImageWaiter waiter(camera, options.timeout);
     Tally tally;
     Progress progress;
@@ -76,16 +93,15 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
                 const auto result = waiter.next(frame, deadline, tally.frames);
                 if (result == ImageWaiter::Result::Deadline) break;
                 if (result == ImageWaiter::Result::Image) {
-                    ++tally.frames;
-                    tally.consecutive = 0;
+                    tally.arrived(records.lastImageRecord());
                 } else {
                     tally.failed(waiter.cause());
                     if (tally.consecutive >= options.maxFailures) break;
                 }
                 progress.show([&] {
                     const double now = secondsSince(start);
-                    return (boost::format("frames %7d  fps %7.2f  failures %5d") % tally.frames %
-                            rate(tally.frames, now) % tally.failures)
+                    return (boost::format("frames %7d  fps %7.2f  missing %5d  failures %5d") % tally.frames %
+                            rate(tally.frames, now) % std::max(tally.missing, 0L) % tally.failures)
                         .str();
                 });
             }

@@ -15,6 +15,7 @@ enum class ExitCode : int {
     BadSettingsFile = 5,
     OutputError = 6,
     CameraDisconnected = 7,
+    SetNotWhole = 8,  // a sequence whose images do not answer their own triggers
     Interrupted = 130,  // SIGINT: 128 + 2, as a shell reports it
     Terminated = 143,   // SIGTERM: 128 + 15
 };

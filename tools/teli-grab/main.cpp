@@ -23,6 +23,8 @@ const char* const kFooter = R"(Exit codes:
        value the camera did not keep
   6    an output file or directory cannot be written (with the system's reason)
   7    the camera was disconnected ("camera disconnected after N frames")
+  8    a sequence's set is not whole: images missing, extra, stale or failed, each
+       named with the trigger it should have answered (sequence.json has them all)
   130  interrupted by SIGINT (Ctrl-C): the camera and the driver were released
   143  terminated by SIGTERM: the camera and the driver were released
 A second SIGINT or SIGTERM ends the tool at once, without releasing anything.

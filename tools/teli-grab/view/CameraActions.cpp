@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "DriverLogTap.h"
+#include "SetReport.h"
 #include "ImageEncoder.h"
 #include "ImageOutput.h"
 #include "settings/SettingsOld.h"
@@ -65,32 +66,25 @@ Reply stillPng(Tavri::CameraDriver& camera, bool debayer) {
 
 Reply sequenceSheet(Tavri::CameraDriver& camera, int count) {
     try {
-        std::vector<std::string> failures;
-        std::vector<cv::Mat> previews;
-        {
-            DriverLogTap tap;
-            camera.startGrabSequenceAsync(count);
-            const auto set = camera.finishGrabSequenceAsync();
-            failures = tap.failures();
-            // Copies: the set's pixel block belongs to the plug-in.
-            if (set && failures.empty())
-                for (const auto& image : set->images) previews.push_back(forFile(image, set->mode, true).clone());
-        }
-        // A lost image only shows in the log; the slots from it on hold undefined bytes.
-        if (!failures.empty()) {
-            std::string text = "the driver reported a failure during the sequence: " +
-                               boost::algorithm::join(failures, "; ");
+        camera.startGrabSequenceAsync(count);
+        const auto set = camera.finishGrabSequenceAsync();
+        const auto& verdict = recordSource(camera).sequenceVerdict();
+        if (!verdict.whole()) {
+            std::string text = "the set is not whole: " + verdict.describe();
             // The driver sends no trigger during a sequence: without hardware pulses the
-            // first wait times out, which its log calls only an unknown error.
+            // first wait times out.
             const auto trigger = camera.settings()[SettingsOld::Camera::TriggerType].toString();
             if (trigger != SettingsOld::Camera::TriggerTypeValues::Hardware)
                 text += " (the trigger type is " + trigger + "; a sequence takes its images from hardware trigger pulses)";
             return errorReply(502, text);
         }
-        if (previews.size() != static_cast<std::size_t>(count))
+        if (!set || set->images.size() != static_cast<std::size_t>(count))
             return errorReply(502, (boost::format("the driver returned %d images for a sequence of %d") %
-                                    previews.size() % count)
+                                    (set ? set->images.size() : 0) % count)
                                        .str());
+        // Copies: the set's pixel block belongs to the plug-in.
+        std::vector<cv::Mat> previews;
+        for (const auto& image : set->images) previews.push_back(forFile(image, set->mode, true).clone());
         const auto jpeg = encodeJpeg(contactSheet(previews), kSheetQuality);
         return {200, "image/jpeg", std::string(jpeg.begin(), jpeg.end()), ""};
     } catch (const std::exception& error) {

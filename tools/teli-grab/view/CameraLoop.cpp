@@ -4,7 +4,9 @@
 #include <optional>
 #include <thread>
 
+#include "CameraChecks.h"
 #include "ContinuousGrab.h"
+#include "SetReport.h"
 
 namespace TeliGrab::View {
 
@@ -12,10 +14,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The driver's text for a wait that ran out. The loop waits in short steps to stay
-// responsive, so with a slow external trigger most waits run out without any fault:
-// only a stretch of kStall without an image counts as a failure.
-const char* const kWaitRanOut = "Failed to wait for camera image completion";
+// The loop waits in short steps to stay responsive, so with a slow external trigger
+// most waits run out without any fault: only a stretch of kStall without an image
+// counts as a failure.
 constexpr auto kStall = std::chrono::seconds(2);
 
 // Frames per second over windows of about one second.
@@ -51,6 +52,8 @@ void CameraLoop::run(const std::function<bool()>& stopRequested) {
     cv::Mat frame;
     Tavri::ImageType mode = Tavri::ImageType::Gray;
     RateMeter meter;
+    const auto& records = recordSource(camera_);
+    std::optional<Tavri::ImageRecord> previous;
     auto lastProgress = Clock::now();  // the last image, stream start or counted failure
     while (!stopRequested()) {
         if (tasks_.hasWork()) {
@@ -64,6 +67,7 @@ void CameraLoop::run(const std::function<bool()>& stopRequested) {
                 frame = ContinuousGrab::frameFor(camera_);
                 mode = camera_.getMode();
                 grab.emplace(camera_);
+                previous.reset();
                 meter.restart();
                 lastProgress = Clock::now();
             } catch (const std::exception& error) {
@@ -75,18 +79,21 @@ void CameraLoop::run(const std::function<bool()>& stopRequested) {
         try {
             camera_.getNextImage(frame, kWaitMs);
         } catch (const std::exception& error) {
-            if (error.what() == std::string(kWaitRanOut) && Clock::now() - lastProgress < kStall) continue;
+            if (error.what() == std::string(ImageWaitFailed) && Clock::now() - lastProgress < kStall) continue;
             lastProgress = Clock::now();
             countFailure(error.what());
             continue;
         }
         lastProgress = Clock::now();
+        const Tavri::ImageRecord& record = records.lastImageRecord();
         std::uint64_t stamp;
         {
             std::lock_guard<std::mutex> lock(mutex_);
             stamp = ++stats_.frames;
+            if (previous) stats_.missing += framesMissedBetween(*previous, record);
             if (const auto rate = meter.count()) stats_.framesPerSecond = *rate;
         }
+        previous = record;
         hub_.submit(frame, mode, stamp);
     }
     grab.reset();

@@ -15,6 +15,8 @@ namespace TeliGrab::View {
 struct CameraStats {
     std::uint64_t frames = 0;    // also the stamp of the newest frame
     std::uint64_t failures = 0;  // failed images and stream starts, and stretches without images
+    // Frames the camera numbered that never arrived (0 while its numbers are unknown).
+    std::uint64_t missing = 0;
     std::string lastFailure;
     double framesPerSecond = 0.0;  // over the last second or so
 };

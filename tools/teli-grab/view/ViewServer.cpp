@@ -46,6 +46,7 @@ nlohmann::json statusJson(const CameraLoop& loop, const FrameHub& hub) {
     const auto stats = loop.stats();
     nlohmann::json status{{"frames", stats.frames},
                           {"failures", stats.failures},
+                          {"missing", stats.missing},
                           {"lastFailure", stats.lastFailure},
                           {"cameraFps", stats.framesPerSecond},
                           {"markSaturated", hub.marksSaturated()}};

@@ -204,6 +204,7 @@ async function pollStatus() {
     if (ok) {
       $('cameraFps').textContent = data.cameraFps.toFixed(1);
       $('failures').textContent = data.failures;
+      $('missing').textContent = data.missing;
       $('lastFailure').textContent = data.lastFailure;
       if (data.histogram) {
         drawHistogram(data.histogram);
