@@ -23,7 +23,7 @@ struct Block {
 
 class Pool {
 public:
-    Pool() { idle.reserve(limits.idleBlocks + 1); }
+    Pool() { idle.reserve(limits.idleBlocks); }
 
     boost::shared_array<std::uint8_t> take(std::size_t bytes) {
         void* data = reuse(bytes);
@@ -59,7 +59,7 @@ public:
                 }
                 const bool fits = limits.idleBlocks > 0 && bytes <= limits.idleBytes;
                 if (fits && idle.size() < limits.idleBlocks && use.idleBytes + bytes <= limits.idleBytes) {
-                    // Reserved beyond the limit: never allocates here.
+                    // The idle list has room for the limit: never allocates here.
                     idle.push_back({data, bytes});
                     use.idleBlocks += 1;
                     use.idleBytes += bytes;
@@ -75,7 +75,7 @@ public:
     void setLimits(ImageSetMemoryLimits newLimits) {
         {
             std::lock_guard<std::mutex> lock(mutex);
-            idle.reserve(newLimits.idleBlocks + 1);
+            idle.reserve(newLimits.idleBlocks);
             limits = newLimits;
         }
         trim(false);
@@ -102,7 +102,8 @@ private:
     void* reuse(std::size_t bytes) {
         std::lock_guard<std::mutex> lock(mutex);
         // The newest block of the size: the likeliest to be resident still.
-        const auto found = std::find_if(idle.rbegin(), idle.rend(), [bytes](const Block& b) { return b.bytes == bytes; });
+        const auto found =
+            std::find_if(idle.rbegin(), idle.rend(), [bytes](const Block& b) { return b.bytes == bytes; });
         if (found == idle.rend()) return nullptr;
         void* data = found->data;
         idle.erase(std::next(found).base());

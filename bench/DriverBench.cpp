@@ -181,10 +181,10 @@ struct Rig {
         small.serial = "SMALL";
         small.width = sim::kMinWidth;
         small.height = sim::kMinHeight;
+        sim::CameraConfig tenGigECamera = full;
+        tenGigECamera.serial = "10GIGE";
         sim::RigConfig tenGigE = rig;
-        full.serial = "10GIGE";
-        tenGigE.cameras = {full};
-        full.serial = "FULL";
+        tenGigE.cameras = {tenGigECamera};
         rig.cameras = {full, small};
         sdk = std::make_unique<sim::SimSdk>(rig);
         sdk->sdkInitialize(65535);
