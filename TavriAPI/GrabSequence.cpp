@@ -1,6 +1,7 @@
 // Grab sequences: a worker thread collects n externally triggered images into one
 // image set while the host goes on.
 
+#include "TavriAPI/ImageSetMemory.h"
 #include "TavriAPI/Messages.h"
 #include "TavriAPI/TavriCameraToshibaTeli.h"
 #include "TavriCommon/StdAbortThread.h"
@@ -53,6 +54,8 @@ void TavriCameraToshibaTeli::grabSequenceWorker() {
         TAVRI_LOG(1, formatMessage("Grab sequence ended after %d of %d images: %s", taken, sequenceLength,
                                    error.what()));
     }
+    // A recycled block still holds an earlier set: images not reached must not pass for this one's.
+    clearImagesFrom(*currentImageSet, static_cast<std::size_t>(taken));
     TAVRI_LOG(1, "grabSequence worker thread ended");
 }
 

@@ -5,12 +5,14 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
+#include "TavriAPI/ImageSetMemory.h"
 #include "TavriAPI/ImageType.h"
 
 namespace Tavri {
 
 // The images of one grab sequence: count headers over one uncleared pixel block that
-// copies of the set share.
+// copies of the set share. The block is warm, from the process's set memory
+// (ImageSetMemory.h), and goes back there when the last copy lets go.
 struct ImageSet {
     std::vector<cv::Mat> images;
     boost::shared_array<std::uint8_t> buffer;
@@ -21,7 +23,7 @@ struct ImageSet {
     ImageSet(int count, int cols, int rows, ImageType mode) : images(), buffer(), mode(mode) {
         const bool color = mode == ImageType::Color;
         bytesPerImage = cols * rows * (color ? 3 : 1);
-        buffer.reset(new std::uint8_t[static_cast<std::size_t>(count) * static_cast<std::size_t>(bytesPerImage)]);
+        buffer = imageSetBlock(static_cast<std::size_t>(count) * static_cast<std::size_t>(bytesPerImage));
         images.clear();
         for (int i = 0; i < count; ++i) {
             std::uint8_t* data = buffer.get() + static_cast<std::size_t>(i) * static_cast<std::size_t>(bytesPerImage);

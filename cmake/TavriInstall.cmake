@@ -22,11 +22,6 @@ endif()
 set_target_properties(TavriAPI TavriCommon PROPERTIES
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR})
-if(UNIX AND NOT APPLE)
-  # The compiler links --as-needed, and TavriAPI calls nothing of the C library itself,
-  # so it would not record libc; a shared library of a distribution must.
-  target_link_options(TavriAPI PRIVATE LINKER:--no-as-needed)
-endif()
 install(TARGETS TavriCommon TavriAPI EXPORT TavriToshibaTeliTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
@@ -39,7 +34,7 @@ function(tavri_install_headers folder)
   list(TRANSFORM ARGN PREPEND ${PROJECT_SOURCE_DIR}/${folder}/)
   install(FILES ${ARGN} DESTINATION ${TAVRI_INSTALL_INCLUDEDIR}/${folder})
 endfunction()
-tavri_install_headers(TavriAPI CameraDriver.h ImageRecords.h ImageSet.h ImageType.h InternalCameraInfo.h
+tavri_install_headers(TavriAPI CameraDriver.h ImageRecords.h ImageSet.h ImageSetMemory.h ImageType.h InternalCameraInfo.h
   TavriCameraToshibaTeli.h)
 tavri_install_headers(TavriCommon Exceptions.h Logger.h Serialization.h Settings.h StdAbortThread.h)
 tavri_install_headers(settings SettingsOld.h)

@@ -1,7 +1,9 @@
 #pragma once
 // Kernel objects the driver needs: the auto-reset image event the SDK signals, and
-// the one page block that holds every request buffer.
+// the one page block that holds every request buffer; and the warm blocks that hold
+// the pixels of image sets.
 
+#include <cstddef>
 #include <cstdint>
 
 namespace Tavri::platform {
@@ -23,5 +25,11 @@ void closeEvent(EventHandle event);
 // Null on failure or for zero bytes.
 void* allocateBlock(std::uint32_t bytes);
 void freeBlock(void* block);
+
+// Committed read/write pages with every page already faulted in, so the first write
+// into them costs no page fault. Null on failure or for zero bytes. Freed with the
+// same byte count.
+void* allocateWarmBlock(std::size_t bytes);
+void freeWarmBlock(void* block, std::size_t bytes);
 
 }  // namespace Tavri::platform

@@ -33,4 +33,20 @@ void freeBlock(void* block) {
     if (block) ::VirtualFree(block, 0, MEM_RELEASE);
 }
 
+void* allocateWarmBlock(std::size_t bytes) {
+    if (bytes == 0) return nullptr;
+    void* block = ::VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+    if (!block) return nullptr;
+    SYSTEM_INFO system;
+    ::GetSystemInfo(&system);
+    // Committed pages read as zero: writing a zero into each one changes nothing but maps it.
+    auto* bytePointer = static_cast<volatile char*>(block);
+    for (std::size_t offset = 0; offset < bytes; offset += system.dwPageSize) bytePointer[offset] = 0;
+    return block;
+}
+
+void freeWarmBlock(void* block, std::size_t) {
+    if (block) ::VirtualFree(block, 0, MEM_RELEASE);
+}
+
 }  // namespace Tavri::platform

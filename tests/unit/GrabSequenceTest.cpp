@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <system_error>
 #include <thread>
 
@@ -18,7 +19,7 @@ struct SequenceCase {
     int count;
     ImageType mode;
     Delivery delivery;
-    int intactImages;  // images that must hold their own pattern
+    int intactImages;  // images that must hold their own pattern; the rest read zero
     std::vector<std::string> failures;  // level 3, in order
 };
 
@@ -57,6 +58,12 @@ TEST(GrabSequenceTest, WorkerCollectsExternallyTriggeredImages) {
             });
         }
 
+        {
+            // The sequence's set takes the block of an earlier set of its size, let go
+            // just now: images it never reaches must not show that set's pixels.
+            ImageSet earlier(c.count, 4, 8, c.mode);
+            std::fill_n(earlier.buffer.get(), c.count * imageBytes, std::uint8_t{0xEE});
+        }
         f.camera->startGrabSequenceAsync(c.count);
         EXPECT_EQ(f.camera->sequenceLength, c.count);
         std::thread camera([&] {
@@ -82,6 +89,8 @@ TEST(GrabSequenceTest, WorkerCollectsExternallyTriggeredImages) {
             ASSERT_EQ(image.type(), c.mode == ImageType::Color ? CV_8UC3 : CV_8UC1);
             ASSERT_EQ(cv::countNonZero(image.reshape(1) != patternOf(k)), 0) << "image " << k;
         }
+        for (int k = c.intactImages; k < c.count; ++k)
+            ASSERT_EQ(cv::countNonZero(set->images[k].reshape(1)), 0) << "image " << k << " not reached";
         const auto level1 = f.log->texts(1);
         EXPECT_EQ(level1.front(), "grabSequence worker thread started");
         EXPECT_EQ(level1.back(), "grabSequence worker thread ended");

@@ -1,10 +1,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <deque>
 #include <optional>
+#include <thread>
 
 #include "TavriAPI/ImageSet.h"
+#include "TavriAPI/ImageSetMemory.h"
 #include "TavriCommon/Exceptions.h"
 #include "TavriCommon/Logger.h"
 #include "TavriCommon/StdAbortThread.h"
@@ -40,16 +47,86 @@ TEST(ImageSetTest, HeadersShareOneBlockAtFixedOffsets) {
     }
 }
 
-TEST(ImageSetTest, CopiesShareTheBlockAndEmptySetHasNoImages) {
+TEST(ImageSetTest, ABlockComesBackOnlyOnceItsLastCopyLetsGo) {
     ImageSet empty(0, 640, 480, ImageType::Gray);
     EXPECT_TRUE(empty.images.empty());
 
     auto original = std::make_unique<ImageSet>(2, 3, 3, ImageType::Gray);
+    std::uint8_t* const block = original->buffer.get();
     original->images[1].at<uint8_t>(2, 2) = 42;
-    ImageSet copy = *original;
-    original.reset();  // the copy keeps the block alive
-    EXPECT_EQ(copy.images[1].at<uint8_t>(2, 2), 42);
-    EXPECT_EQ(copy.images[1].data, copy.buffer.get() + 9);
+    auto copy = std::make_unique<ImageSet>(*original);
+    original.reset();  // the copy keeps the block
+    ImageSet whileHeld(2, 3, 3, ImageType::Gray);
+    EXPECT_NE(whileHeld.buffer.get(), block) << "a block a copy still holds was handed out again";
+    whileHeld.images[1].at<uint8_t>(2, 2) = 7;
+    EXPECT_EQ(copy->images[1].at<uint8_t>(2, 2), 42);
+    EXPECT_EQ(copy->images[1].data, copy->buffer.get() + 9);
+
+    copy.reset();
+    const ImageSet next(2, 3, 3, ImageType::Gray);
+    EXPECT_EQ(next.buffer.get(), block) << "the next set of the size takes the block let go";
+}
+
+std::size_t residentBytes() {
+    unsigned long pages = 0, resident = 0;
+    if (FILE* statm = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(statm, "%lu %lu", &pages, &resident) != 2) resident = 0;
+        std::fclose(statm);
+    }
+    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+// Two hosts take and drop sets of changing sizes, some beyond the byte limit, on their
+// own threads: no block under a held set is handed out again, the idle blocks stay
+// within the limits, and every block goes back to the system in the end.
+TEST(ImageSetTest, SetsOfChangingSizesKeepThePoolBounded) {
+    constexpr std::size_t MiB = 1 << 20;
+    const ImageSetMemoryLimits saved = imageSetMemoryLimits();
+    const ImageSetMemoryLimits limits{3, 4 * MiB};
+    setImageSetMemoryLimits(limits);
+    releaseIdleImageSetMemory();
+    const ImageSetMemoryUse before = imageSetMemoryUse();
+    const std::size_t residentBefore = residentBytes();
+
+    const auto host = [&](int seed) {
+        // Sets of 1, 3, 2, 5 (beyond the limit) and 1.5 MiB.
+        const int rows[] = {1024, 3072, 2048, 5120, 1536};
+        std::deque<std::pair<ImageSet, std::uint64_t>> held;
+        const auto tagOf = [](const ImageSet& set) {
+            std::uint64_t tag = 0;
+            std::memcpy(&tag, set.buffer.get() + set.images.size() * set.bytesPerImage - sizeof tag, sizeof tag);
+            return tag;
+        };
+        for (std::uint64_t step = 0; step < 80; ++step) {
+            ImageSet set(2, 1024, rows[(step * 3 + seed) % 5] / 2, ImageType::Gray);
+            const std::uint64_t tag = step * 2 + seed;
+            std::memcpy(set.images.back().data + set.bytesPerImage - sizeof tag, &tag, sizeof tag);
+            for (const auto& [other, otherTag] : held) ASSERT_NE(other.buffer.get(), set.buffer.get());
+            held.emplace_back(std::move(set), tag);
+            // Keep one to three sets, dropping the oldest first.
+            while (held.size() > 1 + (step + seed) % 3) {
+                ASSERT_EQ(tagOf(held.front().first), held.front().second) << "a held set was overwritten";
+                held.pop_front();
+            }
+            const ImageSetMemoryUse use = imageSetMemoryUse();
+            ASSERT_LE(use.idleBlocks, limits.idleBlocks);
+            ASSERT_LE(use.idleBytes, limits.idleBytes);
+        }
+        for (const auto& [set, tag] : held) ASSERT_EQ(tagOf(set), tag) << "a held set was overwritten";
+    };
+    std::thread other(host, 1);
+    host(0);
+    other.join();
+
+    const ImageSetMemoryUse after = imageSetMemoryUse();
+    EXPECT_EQ(after.heldBlocks, before.heldBlocks);
+    EXPECT_EQ(after.heldBytes, before.heldBytes);
+    releaseIdleImageSetMemory();
+    EXPECT_EQ(imageSetMemoryUse().idleBytes, 0u);
+    // 400 MiB went through the pool: a leak would keep far more resident than the
+    // allocator's noise.
+    EXPECT_LT(residentBytes(), residentBefore + 64 * MiB);
+    setImageSetMemoryLimits(saved);
 }
 
 TEST(ExceptionTest, ArgumentInvalidTexts) {

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <thread>
+#include <vector>
 
 #include "platform/Platform.h"
 #include "tests/support/TestHelpers.h"
@@ -39,18 +43,40 @@ TEST(PlatformEventTest, InfiniteWaitIsWokenFromAnotherThread) {
     EXPECT_TRUE(woke);
 }
 
-TEST(PlatformBlockTest, BlockIsWritableNotExecutable) {
-    EXPECT_EQ(allocateBlock(0), nullptr);
-    const std::uint32_t bytes = 120 * 4096 + 7;
-    auto* block = static_cast<std::uint8_t*>(allocateBlock(bytes));
-    ASSERT_NE(block, nullptr);
-    block[0] = 1;
-    block[bytes - 1] = 2;
-    EXPECT_EQ(block[0] + block[bytes - 1], 3);
-    EXPECT_EQ(testing::mappingPermissions(block).substr(0, 3), "rw-");
-    EXPECT_EQ(testing::mappingPermissions(block + bytes - 1).substr(0, 3), "rw-");
-    freeBlock(block);
-    freeBlock(nullptr);
+// The request block, and the warm blocks of image sets, whose pages are all resident
+// before the first write.
+TEST(PlatformBlockTest, BlocksAreWritableNotExecutable) {
+    struct Case {
+        void* (*allocate)(std::size_t);
+        void (*free)(void*, std::size_t);
+        bool warm;
+    };
+    const Case cases[] = {
+        {[](std::size_t bytes) { return allocateBlock(static_cast<std::uint32_t>(bytes)); },
+         [](void* block, std::size_t) { freeBlock(block); }, false},
+        {allocateWarmBlock, freeWarmBlock, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.warm ? "warm" : "request block");
+        EXPECT_EQ(c.allocate(0), nullptr);
+        const std::size_t bytes = 120 * 4096 + 7;
+        auto* block = static_cast<std::uint8_t*>(c.allocate(bytes));
+        ASSERT_NE(block, nullptr);
+        if (c.warm) {
+            const std::size_t page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+            std::vector<unsigned char> resident((bytes + page - 1) / page);
+            ASSERT_EQ(::mincore(block, bytes, resident.data()), 0);
+            EXPECT_EQ(std::count_if(resident.begin(), resident.end(), [](unsigned char r) { return !(r & 1); }), 0)
+                << "pages left to fault in";
+        }
+        block[0] = 1;
+        block[bytes - 1] = 2;
+        EXPECT_EQ(block[0] + block[bytes - 1], 3);
+        EXPECT_EQ(testing::mappingPermissions(block).substr(0, 3), "rw-");
+        EXPECT_EQ(testing::mappingPermissions(block + bytes - 1).substr(0, 3), "rw-");
+        c.free(block, bytes);
+        c.free(nullptr, 0);
+    }
 }
 
 }  // namespace
