@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <boost/format.hpp>
 #include <cmath>
+#include <vector>
 
 #include "TavriAPI/ImageRecords.h"
 
@@ -25,6 +26,12 @@ constexpr double kMinHostPeriodNs = 1e6;
 // Beyond this share of a period from its slot an image is off the beat; jitter of a
 // quarter period stays well within it.
 constexpr double kOffBeat = 0.35;
+constexpr double kTwoPi = 6.283185307179586;
+// How far from a rough period the best-aligned one is looked for: a stated rate is off
+// by a clock's error at most, a median of 11 or more intervals by a few percent.
+constexpr double kStatedSearch = 0.02;
+constexpr double kMedianSearch = 0.15;
+constexpr std::size_t kSharpenFrom = 12;
 
 enum class Base { Camera, Capture, Host };
 
@@ -61,11 +68,52 @@ Base baseOf(const std::vector<const ImageRecord*>& good) {
 
 double medianInterval(const std::vector<const ImageRecord*>& good, Base base) {
     std::vector<double> intervals;
+    intervals.reserve(good.size());
     for (std::size_t i = 1; i < good.size(); ++i) intervals.push_back(timeOf(*good[i], base) - timeOf(*good[i - 1], base));
     if (intervals.size() < 2) return 0.0;
     auto middle = intervals.begin() + static_cast<std::ptrdiff_t>(intervals.size() / 2);
     std::nth_element(intervals.begin(), middle, intervals.end());
     return *middle;
+}
+
+// The period at which the images' times line up best, near `rough`. The median
+// interval is only within a few percent of the trigger period, and over a long set a
+// period that far off moves images to the next slot. The best-aligned period (the
+// largest sum of unit vectors at each time's phase) is found on a grid of half its
+// peak's width, then fitted by least squares through the slots it gives.
+double sharpenedPeriod(const std::vector<const ImageRecord*>& good, Base base, double rough, double search) {
+    const std::size_t n = good.size();
+    if (n < 3 || rough <= 0) return rough;
+    const double t0 = timeOf(*good.front(), base);
+    const auto alignment = [&](double period, double* phase) {
+        double c = 0, s = 0;
+        for (const auto* r : good) {
+            const double angle = kTwoPi * (timeOf(*r, base) - t0) / period;
+            c += std::cos(angle);
+            s += std::sin(angle);
+        }
+        if (phase) *phase = std::atan2(s, c) / (kTwoPi);
+        return c * c + s * s;
+    };
+    const double step = rough / (2.0 * static_cast<double>(n));
+    double best = rough, bestAlignment = -1;
+    for (double period = rough * (1 - search); period <= rough * (1 + search); period += step) {
+        const double a = alignment(period, nullptr);
+        if (a > bestAlignment) bestAlignment = a, best = period;
+    }
+    double phase = 0;
+    alignment(best, &phase);
+    double sumK = 0, sumT = 0, sumKK = 0, sumKT = 0;
+    for (const auto* r : good) {
+        const double t = timeOf(*r, base) - t0;
+        const double k = std::round(t / best - phase);
+        sumK += k, sumT += t, sumKK += k * k, sumKT += k * t;
+    }
+    const double count = static_cast<double>(n);
+    const double spread = sumKK - sumK * sumK / count;
+    if (spread <= 0) return best;
+    const double fitted = (sumKT - sumK * sumT / count) / spread;
+    return std::abs(fitted - best) < step ? fitted : best;
 }
 
 class Judge {
@@ -75,12 +123,20 @@ public:
     SetVerdict run() {
         const auto& images = records_.images;
         std::vector<const ImageRecord*> good;
+        good.reserve(images.size());
         for (const auto& r : images)
             if (r.status == 0 && !isStale(r, records_.startSteadyNs)) good.push_back(&r);
         base_ = baseOf(good);
-        period_ = !options_.byTime         ? 0.0
-                  : options_.periodNs > 0 ? options_.periodNs
-                                          : medianInterval(good, base_);
+        // A caller's rate is the projector's nominal one. A median of few intervals can
+        // be far off, and so can the best alignment of few images: short sets keep it.
+        if (!options_.byTime)
+            period_ = 0.0;
+        else if (options_.periodNs > 0)
+            period_ = sharpenedPeriod(good, base_, options_.periodNs, kStatedSearch);
+        else if (good.size() >= kSharpenFrom)
+            period_ = sharpenedPeriod(good, base_, medianInterval(good, base_), kMedianSearch);
+        else
+            period_ = medianInterval(good, base_), roughPeriod_ = true;
         if (period_ < (base_ == Base::Host ? kMinHostPeriodNs : kMinCameraPeriodNs)) period_ = 0.0;
         pass();
         // Triggers that came at no steady pace (an emulated line, a host that pulses by
@@ -120,6 +176,8 @@ private:
                 (boost::format("failed frame: %s") %
                  (*r.statusText ? std::string(r.statusText) : "status " + std::to_string(r.status)))
                     .str());
+            // It answered a trigger all the same: the next image answers the one after.
+            ++next_;
             return;
         }
         if (isStale(r, records_.startSteadyNs)) {
@@ -147,8 +205,12 @@ private:
             std::int64_t advance = gap > 0 ? static_cast<std::int64_t>(gap) : 1;
             if (period_ > 0) {
                 const double beat = (t - phase()) / period_;
-                offBeat_ += std::abs(beat - std::round(beat)) > kOffBeat;
-                const auto byTime = std::max<std::int64_t>(0, std::llround(beat) - previousSlot_);
+                const bool offBeat = std::abs(beat - std::round(beat)) > kOffBeat;
+                offBeat_ += offBeat;
+                // With a period from few intervals, an image halfway between two slots
+                // tells nothing: the frame numbers, or else the next slot, decide.
+                const auto byTime = offBeat && roughPeriod_ ? advance
+                                                            : std::max<std::int64_t>(0, std::llround(beat) - previousSlot_);
                 advance = byTime == 0 ? 0 : std::max<std::int64_t>(byTime, static_cast<std::int64_t>(gap));
             }
             slot = previousSlot_ + advance;
@@ -201,6 +263,7 @@ private:
     double phases_[kPhaseWindow] = {};
     std::size_t count_ = 0;
     std::size_t offBeat_ = 0;  // images far from any slot of the running phase
+    bool roughPeriod_ = false;  // a median of few intervals
 };
 
 // "images 5-11 answer triggers 6-12": the runs of images whose trigger is not their
