@@ -22,20 +22,21 @@ cv::Mat TavriCameraToshibaTeli::grab() {
     cv::Mat image;
     image.create(rows, cols, matTypeFor(mode));
     initGrabContinuous();
-    grabImageInto(image.data, byteSize(image), 2000);
+    grabImageInto(image.data, byteSize(image), 2000, true);
     releaseGrabContinuous();
     return image;
 }
 
 void TavriCameraToshibaTeli::initGrabContinuous() {
     lastRecord.index = -1;  // the next image taken is image 0 of this run
+    wrongSizeLogged = false;
     startStream(STRM_REQUEST_NUM);
 }
 
 void TavriCameraToshibaTeli::getNextImage(cv::Mat& image, int timeout) {
     if (!image.data) throw RuntimeException("Cannot grab into an image without data");
     if (!image.isContinuous()) throw RuntimeException("Cannot grab into an image whose data are not continuous");
-    grabImageInto(image.data, byteSize(image), timeout);
+    grabImageInto(image.data, byteSize(image), timeout, true);
 }
 
 void TavriCameraToshibaTeli::releaseGrabContinuous() { stopStream(STRM_REQUEST_NUM); }
@@ -43,10 +44,10 @@ void TavriCameraToshibaTeli::releaseGrabContinuous() { stopStream(STRM_REQUEST_N
 // Without a size for the destination, the copy is bounded by a request buffer: no
 // completed image can be longer than that.
 void TavriCameraToshibaTeli::grabImage(unsigned char* destination, int timeout) {
-    grabImageInto(destination, payloadSize, timeout);
+    grabImageInto(destination, payloadSize, timeout, false);
 }
 
-void TavriCameraToshibaTeli::grabImageInto(std::uint8_t* destination, std::size_t capacity, int timeout) {
+void TavriCameraToshibaTeli::grabImageInto(std::uint8_t* destination, std::size_t capacity, int timeout, bool exact) {
     if (softwareTrigger && sdk.sdkExecuteSoftwareTrigger(cameraHandle) != SdkResult::Success)
         throw RuntimeException("Failed to send software trigger signal to camera");
     // -1 becomes 0xFFFFFFFF: no time limit.
@@ -55,7 +56,7 @@ void TavriCameraToshibaTeli::grabImageInto(std::uint8_t* destination, std::size_
     const Result taken = sdk.sdkTakeCompletedRequest(streamHandle, &completedRequest, &completedBuffer, &completedSize);
     recordTake(lastRecord, lastRecord.index + 1, taken);
     if (taken != SdkResult::Success) throw RuntimeException("Failed to grab image from camera.");
-    copyCompleted(destination, capacity);
+    copyCompleted(destination, capacity, exact ? &lastRecord : nullptr);
     if (sdk.sdkEnqueueRequest(streamHandle, completedRequest) != SdkResult::Success)
         throw RuntimeException("Failed to re-enqueue image stream request on camera.");
 }
@@ -65,6 +66,7 @@ void TavriCameraToshibaTeli::recordTake(ImageRecord& record, std::int32_t index,
     record.index = index;
     record.hostTimeNs = steadyNowNs();
     record.status = result;
+    if (result == SdkResult::Success) record.bytes = completedSize;
     FrameInfo info;
     if (frameInfoSource && result != SdkResult::NoCompletedRequest &&
         frameInfoSource->frameInfo(streamHandle, completedRequest, &info)) {
@@ -80,7 +82,17 @@ void TavriCameraToshibaTeli::recordTake(ImageRecord& record, std::int32_t index,
     }
 }
 
-void TavriCameraToshibaTeli::copyCompleted(std::uint8_t* destination, std::size_t capacity) {
+void TavriCameraToshibaTeli::copyCompleted(std::uint8_t* destination, std::size_t capacity, ImageRecord* record) {
+    if (record && completedSize != capacity) {
+        // The pixels were laid out for another format: they must not pass as the mode's.
+        record->status = ImageRecord::kWrongSize;
+        record->statusText = ImageRecord::kWrongSizeText;
+        if (!wrongSizeLogged)
+            TAVRI_LOG(3, formatMessage("Completed image has %d bytes where the colour mode needs %d: the camera did not "
+                                       "take its pixel format",
+                                       completedSize, capacity));
+        wrongSizeLogged = true;
+    }
     if (completedSize == 0) return;
     if (!completedBuffer) {
         TAVRI_LOG(3, formatMessage("Completed request reported %d bytes but no buffer; nothing copied", completedSize));

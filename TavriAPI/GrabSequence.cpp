@@ -27,6 +27,7 @@ void TavriCameraToshibaTeli::startGrabSequenceAsync(int count) {
     records.requested = count;
     records.endedBecause.clear();
     verdict = SetVerdict{};
+    wrongSizeLogged = false;
     startStream(count);
     records.startSteadyNs = streamStartNs;
     sequenceThread = StdAbortThread([this] { grabSequenceWorker(); });
@@ -45,7 +46,8 @@ void TavriCameraToshibaTeli::grabSequenceWorker() {
             recordTake(records.images.back(), i, result);
             if (result != SdkResult::Success) throw RuntimeException("Failed to grab image from camera");
             ImageSet& set = *currentImageSet;
-            copyCompleted(set.images.at(static_cast<std::size_t>(i)).data, static_cast<std::size_t>(set.bytesPerImage));
+            copyCompleted(set.images.at(static_cast<std::size_t>(i)).data, static_cast<std::size_t>(set.bytesPerImage),
+                          &records.images.back());
             taken = i + 1;
         }
     } catch (const std::exception& error) {

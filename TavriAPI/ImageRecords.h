@@ -13,6 +13,10 @@ namespace Tavri {
 struct ImageRecord {
     static constexpr std::uint64_t kUnknown = ~std::uint64_t{0};
     static constexpr std::uint32_t kNoPulse = ~std::uint32_t{0};
+    // The status of a complete image whose byte count is not the colour mode's: the
+    // camera did not take the pixel format the mode sent.
+    static constexpr std::uint32_t kWrongSize = 0xFFFF0001u;
+    static constexpr const char* kWrongSizeText = "image size is not the colour mode's";
 
     std::int32_t index = 0;
     // The trigger the image answers, counted from 0 at the acquisition start (the
@@ -26,6 +30,7 @@ struct ImageRecord {
     std::uint64_t hostTimeNs = 0;              // steady clock right after the take
     std::uint32_t pulse = kNoPulse;            // the simulated rig's ground truth
     std::uint32_t pattern = kNoPulse;
+    std::uint64_t bytes = 0;  // the payload the camera delivered
     // 0: complete. Else the take's result code, or the backend's status.
     std::uint32_t status = 0;
     const char* statusText = "";  // static storage

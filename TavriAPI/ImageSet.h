@@ -25,6 +25,7 @@ struct ImageSet {
         bytesPerImage = cols * rows * (color ? 3 : 1);
         buffer = imageSetBlock(static_cast<std::size_t>(count) * static_cast<std::size_t>(bytesPerImage));
         images.clear();
+        images.reserve(static_cast<std::size_t>(count > 0 ? count : 0));
         for (int i = 0; i < count; ++i) {
             std::uint8_t* data = buffer.get() + static_cast<std::size_t>(i) * static_cast<std::size_t>(bytesPerImage);
             if (color)

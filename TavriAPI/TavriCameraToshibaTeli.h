@@ -97,21 +97,6 @@ protected:
 
     TeliSdk& sdk;
 
-private:
-    int getCameraIndex(const char* serialNumber);
-    // Sets one balance ratio, reads it back and logs both with `readBackMessage`.
-    void setBalanceRatio(std::uint32_t selector, double ratio, const char* readBackMessage);
-    // Refuses a request count outside the pool before any SDK call.
-    static void checkRequestCount(int count, const char* operation);
-    // grabImage with the destination's size: the copy never runs past `capacity`.
-    void grabImageInto(std::uint8_t* destination, std::size_t capacity, int timeout);
-    // Copies the last completed payload, bounded by `capacity`; a surplus is dropped
-    // and logged.
-    void copyCompleted(std::uint8_t* destination, std::size_t capacity);
-    // Fills `record` for the take that answered `result`: the host time now, and what
-    // the backend knows of the request taken.
-    void recordTake(ImageRecord& record, std::int32_t index, Result result);
-
     // The backend's frame information, when it offers any (found once, at construction).
     FrameInfoSource* frameInfoSource = nullptr;
     // Steady-clock time just before the last start of acquisition.
@@ -121,6 +106,27 @@ private:
     SequenceRecords records;
     SetVerdict verdict;
     ImageRecord lastRecord;
+    bool wrongSizeLogged = false;
+
+private:
+    int getCameraIndex(const char* serialNumber);
+    // Sets one balance ratio, reads it back and logs both with `readBackMessage`.
+    void setBalanceRatio(std::uint32_t selector, double ratio, const char* readBackMessage);
+    // Refuses a request count outside the pool before any SDK call.
+    static void checkRequestCount(int count, const char* operation);
+    // grabImage with the destination's size: the copy never runs past `capacity`.
+    // `exact`: the destination is the image of the colour mode, so an image of another
+    // size is marked in its record.
+    void grabImageInto(std::uint8_t* destination, std::size_t capacity, int timeout, bool exact);
+    // Copies the last completed payload, bounded by `capacity`; a surplus is dropped
+    // and logged. With `record`, `capacity` is what the colour mode needs: a payload of
+    // another size (a mode the camera did not take) marks the record, and is logged
+    // once per grab or sequence.
+    void copyCompleted(std::uint8_t* destination, std::size_t capacity, ImageRecord* record);
+    // Fills `record` for the take that answered `result`: the host time now, and what
+    // the backend knows of the request taken.
+    void recordTake(ImageRecord& record, std::int32_t index, Result result);
+
 };
 
 }  // namespace Tavri

@@ -27,7 +27,15 @@ struct IntegrityCase {
     std::vector<Expected> problems;
     FrameIds ids = FrameIds::Continue;
     std::int64_t unplugAfter = -1;
+    bool monoOnly = false;  // a camera without RGB8, asked for colour
 };
+
+// Every image of the set failed, each at its own trigger.
+std::vector<Expected> allFailed() {
+    std::vector<Expected> problems;
+    for (int i = 0; i < kImages; ++i) problems.emplace_back(i, i, SetProblemCause::FailedFrame);
+    return problems;
+}
 
 FrameFault at(K kind, std::uint32_t first, std::uint32_t count = 1) {
     FrameFault fault;
@@ -68,6 +76,7 @@ TEST(SetIntegrityOverRig, EachFaultIsNamedAtItsImageAndCleanSetsAreWhole) {
         {"drop across the wrap", {at(K::Drop, 6)}, {{6, 6, missing}}, FrameIds::Wrap16},
         {"ids restarting", {at(K::Drop, 5)}, {{5, 5, missing}}, FrameIds::Restart},
         {"camera gone", {}, {{6, 6, Cause::EndedEarly}}, FrameIds::Continue, 6},
+        {"colour mode not taken", {}, allFailed(), FrameIds::Continue, -1, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -80,6 +89,7 @@ TEST(SetIntegrityOverRig, EachFaultIsNamedAtItsImageAndCleanSetsAreWhole) {
         config.frameFaults = c.faults;
         config.frameIds = c.ids;
         config.unplugAfterFrames = c.unplugAfter;
+        if (c.monoOnly) config.pixelFormats = {PixelFormat::Mono8};
         rig.cameras = {config};
         SimSdk sdk(rig);
         testing::ScopedRecordingLogger log;
@@ -87,7 +97,7 @@ TEST(SetIntegrityOverRig, EachFaultIsNamedAtItsImageAndCleanSetsAreWhole) {
         {
             Camera camera(sdk);
             ASSERT_TRUE(camera.initializeCamera("R1"));
-            camera.setMode(ImageType::Gray);
+            camera.setMode(c.monoOnly ? ImageType::Color : ImageType::Gray);
             camera.startGrabSequenceAsync(kImages);
             camera.finishGrabSequenceAsync();
 
@@ -110,8 +120,13 @@ TEST(SetIntegrityOverRig, EachFaultIsNamedAtItsImageAndCleanSetsAreWhole) {
                                      std::get<2>(c.problems[0]) == missing;
             EXPECT_EQ(own.problems.size(), c.problems.size() - (firstMissed ? 1 : 0)) << own.describe();
             std::size_t told = 0;
-            for (const auto& text : log->texts(3)) told += text.rfind("Grab sequence image ", 0) == 0;
+            std::size_t sizesTold = 0;
+            for (const auto& text : log->texts(3)) {
+                told += text.rfind("Grab sequence image ", 0) == 0;
+                sizesTold += text.rfind("Completed image has 2048 bytes where the colour mode needs 6144", 0) == 0;
+            }
             EXPECT_EQ(told, own.problems.size());
+            EXPECT_EQ(sizesTold, c.monoOnly ? 1u : 0u) << "once per sequence";
             camera.releaseCamera();
         }
         sdk.sdkTerminate();

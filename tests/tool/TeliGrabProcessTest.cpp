@@ -68,6 +68,7 @@ protected:
         write("unplug.json", camera(R"("unplugAfterFrames": 10)"));
         write("gap.json", camera(R"("frameFaults": [{"kind": "drop", "first": 5, "count": 1}])"));
         write("hung.json", camera(R"("condition": "hung")"));
+        write("mono.json", camera(R"("pixelFormats": ["Mono8"])"));
         // One trigger pulse in 20 s: as good as no trigger wiring.
         write("untriggered.json", R"({"seed": 1, "projector": {"rate": 0.05},
             "cameras": [{"serial": "SIMSLOW", "width": 160, "height": 120}]})");
@@ -233,6 +234,14 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         {{"--rig", path("gap.json"), "sequence", "12", "-o", path("gap")}, 8,
          {"set not whole: image 5: pattern 5 missing: camera frame 5 then 7; images 5-11 answer triggers 6-12"}, {},
          {"sequence: 12 of 12 images"}, true},
+        // A colour mode the camera refused: its Mono8 frames are no RGB8 images.
+        {{"--rig", path("mono.json"), "--mode", "color", "grab", "-o", path("x.png")}, 4,
+         {"the camera did not take colour mode color (RGB8): image 0 has 19200 bytes where the mode needs 57600"}, {},
+         {}, true},
+        {{"--rig", path("mono.json"), "--mode", "color", "sequence", "3", "-o", path("no")}, 4,
+         {"the camera did not take colour mode color (RGB8): image 0 has 19200 bytes"}, {}, {}, true},
+        {{"--rig", path("mono.json"), "--mode", "color", "stream", "--seconds", "1"}, 4,
+         {"the camera did not take colour mode color (RGB8)"}, {}, {}, true},
         {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,
          {"sequence ended after 5 of 10 images: no image within 300 ms", kRunFree}, {}, {}, true},
     };

@@ -11,6 +11,7 @@ namespace {
 using ::testing::_;
 using ::testing::InSequence;
 using ::testing::Return;
+using ::testing::StartsWith;
 
 TEST(RequestQueueTest, CountsOutsideThePoolAreRefusedBeforeAnySdkCall) {
     DriverFixture f;
@@ -104,8 +105,13 @@ TEST(GrabTest, ImageTypeAndSizeFollowTheColourMode) {
         EXPECT_EQ(cv::countNonZero(image.reshape(1) != 0x42), 0) << "every byte comes from the payload";
         EXPECT_EQ(f.sdk.calls(Operation::sdkStopStream), 1) << "a grab leaves the stream stopped";
         const std::vector<std::string> dropped = f.log->texts(3);
-        // Gray and raw images are smaller than the colour-sized payload: the surplus is reported.
-        EXPECT_EQ(dropped.size(), c.type == CV_8UC1 ? 1u : 0u);
+        // Gray and raw images are smaller than the colour-sized payload: the mismatch and
+        // the surplus are reported.
+        ASSERT_EQ(dropped.size(), c.type == CV_8UC1 ? 2u : 0u);
+        if (c.type == CV_8UC1) {
+            EXPECT_THAT(dropped[0], StartsWith("Completed image has 96 bytes where the colour mode needs 32"));
+            EXPECT_THAT(dropped[1], StartsWith("Dropped 64 of 96 image bytes"));
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "TavriAPI/CameraDriver.h"
+#include "TavriAPI/ImageRecords.h"
 #include "TavriAPI/Messages.h"
 
 namespace TeliGrab {
@@ -17,5 +18,12 @@ std::string triggerHint(Tavri::CameraDriver& camera);
 // Asks isConnected(); a lost camera ends the command with
 // ToolError(CameraDisconnected, "camera disconnected after N frames").
 void throwIfDisconnected(Tavri::CameraDriver& camera, long frames);
+
+// For an image whose byte count is not what the colour mode needs (the camera kept
+// another pixel format): a sentence naming the mode and both sizes; else empty.
+std::string wrongSizeText(const Tavri::ImageRecord& record, Tavri::ImageType mode, std::size_t modeBytes);
+
+// Ends the command with DriverError when wrongSizeText has something to say.
+void refuseWrongSize(const Tavri::ImageRecord& record, Tavri::ImageType mode, std::size_t modeBytes);
 
 }  // namespace TeliGrab

@@ -8,6 +8,7 @@
 #include "ImageOutput.h"
 #include "Interrupt.h"
 #include "Session.h"
+#include "SetReport.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -41,6 +42,7 @@ void addGrabCommand(CLI::App& app, const GlobalOptions& options) {
         withSession(options, [&](Session& session) {
             auto& camera = session.open();
             const cv::Mat image = grabOne(camera);
+            refuseWrongSize(recordSource(camera).lastImageRecord(), camera.getMode(), image.total() * image.elemSize());
             writeImage(*output, forFile(image, camera.getMode(), options.debayer));
             std::cout << boost::format("wrote %s: %d x %d, %d channel(s)\n") % *output % image.cols % image.rows %
                              image.channels();

@@ -97,6 +97,9 @@ Collected collectSequence(Tavri::CameraDriver& camera, int count, double trigger
                             .str());
 
     const auto& records = recordSource(camera).sequenceRecords();
+    // Pixels laid out for another format are no image of this mode, whole set or not.
+    for (const auto& record : records.images)
+        refuseWrongSize(record, set->mode, static_cast<std::size_t>(set->bytesPerImage));
     Tavri::VerdictOptions options;
     if (triggerRate > 0) options.periodNs = 1e9 / triggerRate;
     const Tavri::SetVerdict verdict = Tavri::judgeSet(records, options);

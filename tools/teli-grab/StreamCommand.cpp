@@ -77,6 +77,7 @@ void printSummary(const Tally& tally, double elapsed, const char* ending) {
 
 void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
     cv::Mat frame = ContinuousGrab::frameFor(camera);
+    const auto mode = camera.getMode();
     const auto& records = recordSource(camera);
     ImageWaiter waiter(camera, options.timeout);
     Tally tally;
@@ -93,6 +94,7 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
                 const auto result = waiter.next(frame, deadline, tally.frames);
                 if (result == ImageWaiter::Result::Deadline) break;
                 if (result == ImageWaiter::Result::Image) {
+                    refuseWrongSize(records.lastImageRecord(), mode, frame.total() * frame.elemSize());
                     tally.arrived(records.lastImageRecord());
                 } else {
                     tally.failed(waiter.cause());

@@ -4,6 +4,7 @@
 #include <boost/format.hpp>
 #include <nlohmann/json.hpp>
 
+#include "CameraChecks.h"
 #include "DriverLogTap.h"
 #include "SetReport.h"
 #include "ImageEncoder.h"
@@ -56,6 +57,9 @@ Reply applyChange(Tavri::CameraDriver& camera, const SettingsChange& change) {
 Reply stillPng(Tavri::CameraDriver& camera, bool debayer) {
     try {
         const cv::Mat image = camera.grab();
+        const auto wrong = wrongSizeText(recordSource(camera).lastImageRecord(), camera.getMode(),
+                                         image.total() * image.elemSize());
+        if (!wrong.empty()) return errorReply(502, "grab: " + wrong);
         std::vector<unsigned char> png;
         encodeImage(".png", forFile(image, camera.getMode(), debayer), png);
         return {200, "image/png", std::string(png.begin(), png.end()), "still.png"};

@@ -86,6 +86,10 @@ void CameraLoop::run(const std::function<bool()>& stopRequested) {
         }
         lastProgress = Clock::now();
         const Tavri::ImageRecord& record = records.lastImageRecord();
+        if (const auto wrong = wrongSizeText(record, mode, frame.total() * frame.elemSize()); !wrong.empty()) {
+            countFailure(wrong);  // never shown as the mode's image
+            continue;
+        }
         std::uint64_t stamp;
         {
             std::lock_guard<std::mutex> lock(mutex_);
