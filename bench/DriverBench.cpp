@@ -46,12 +46,13 @@ public:
     struct Mark {
         Clock::time_point time;
         long minorFaults;
+        std::uint64_t allocations;
     };
     void log(int, const char*, int, const std::string&) override {
         if (std::this_thread::get_id() == host) return;
         rusage usage{};
         ::getrusage(RUSAGE_THREAD, &usage);
-        const Mark mark{Clock::now(), usage.ru_minflt};
+        const Mark mark{Clock::now(), usage.ru_minflt, threadAllocationCount()};
         std::lock_guard<std::mutex> lock(mutex);
         if (!first) first = mark;
         last = mark;
@@ -65,6 +66,11 @@ public:
     long loopFaults() {
         std::lock_guard<std::mutex> lock(mutex);
         return last->minorFaults - first->minorFaults;
+    }
+    // Heap allocations by the worker between its first and last log line.
+    std::uint64_t loopAllocations() {
+        std::lock_guard<std::mutex> lock(mutex);
+        return last->allocations - first->allocations;
     }
     Clock::time_point loopEnd() {
         std::lock_guard<std::mutex> lock(mutex);
@@ -161,6 +167,9 @@ private:
 class Camera : public TavriCameraToshibaTeli {
 public:
     using TavriCameraToshibaTeli::TavriCameraToshibaTeli;
+    // As over a backend that tells nothing of its frames (the vendor DLL): records get
+    // the host's time alone.
+    void frameInfo(bool on) { frameInfoSource = on ? dynamic_cast<FrameInfoSource*>(&sdk) : nullptr; }
     // A camera's DMA writes every request buffer; untouched pages would all read as
     // the kernel's one zero page and flatter every copy.
     void touchRequestBuffers() {
@@ -316,13 +325,23 @@ void BM_TenGigECamera(benchmark::State& state) {
 
 // Sequences of 1 and of 120 images of 128 x 16 pixels: the difference between the two,
 // per image, is the cost of waiting, taking and bookkeeping without start and finish.
+// The second argument: 1 when the records get the backend's frame information, 0 for
+// the host's time alone (the cost before records carried more than that).
 void BM_SequenceSmallImages(benchmark::State& state) {
     Camera& camera = Rig::get().camera("SMALL");
     const int count = static_cast<int>(state.range(0));
+    camera.frameInfo(state.range(1) != 0);
+    Rig& rig = Rig::get();
+    std::uint64_t workerAllocations = 0;
     for (auto _ : state) {
+        rig.probe->reset();
         camera.startGrabSequenceAsync(count);
         benchmark::DoNotOptimize(camera.finishGrabSequenceAsync());
+        workerAllocations += rig.probe->loopAllocations();
     }
+    state.counters["worker_allocs_per_set"] =
+        static_cast<double>(workerAllocations) / static_cast<double>(state.iterations());
+    camera.frameInfo(true);
     state.SetItemsProcessed(state.iterations() * count);
 }
 
@@ -382,7 +401,14 @@ BENCHMARK(BM_SequenceFirstSet)->Unit(benchmark::kMillisecond)->MinTime(2.0)->Use
 BENCHMARK(BM_ColdMemcpyNewBlock)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_WarmMemcpyReusedBlock)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_TenGigECamera)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseManualTime();
-BENCHMARK(BM_SequenceSmallImages)->Arg(1)->Arg(kImages)->Unit(benchmark::kMicrosecond)->MinTime(1.0)->UseRealTime();
+BENCHMARK(BM_SequenceSmallImages)
+    ->Args({1, 0})
+    ->Args({kImages, 0})
+    ->Args({1, 1})
+    ->Args({kImages, 1})
+    ->Unit(benchmark::kMicrosecond)
+    ->MinTime(1.0)
+    ->UseRealTime();
 BENCHMARK(BM_ContinuousGrab)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(BM_EventWakeLatency)->Unit(benchmark::kMicrosecond)->MinTime(1.0)->UseRealTime();
 
@@ -420,8 +446,10 @@ int main(int argc, char** argv) {
     const auto* cold = find("BM_ColdMemcpyNewBlock");
     const auto* warm = find("BM_WarmMemcpyReusedBlock");
     const auto* tenGigE = find("BM_TenGigECamera");
-    const auto* one = find("BM_SequenceSmallImages/1/");
-    const auto* many = find("BM_SequenceSmallImages/120/");
+    const auto* one = find("BM_SequenceSmallImages/1/1/");
+    const auto* many = find("BM_SequenceSmallImages/120/1/");
+    const auto* oneHostOnly = find("BM_SequenceSmallImages/1/0/");
+    const auto* manyHostOnly = find("BM_SequenceSmallImages/120/0/");
     // One figure per line, "name: value", for scripts that compare runs.
     std::cout << "\n";
     const double megabytes = kSequenceBytes / 1e6;
@@ -453,9 +481,17 @@ int main(int argc, char** argv) {
                   << "\n"
                   << "worker minor faults, 10GigE: " << counter(*tenGigE, "worker_minflt") << "\n";
     }
+    const auto perImage = [&](const auto& small, const auto& large) {
+        return (secondsPerIteration(large) - secondsPerIteration(small)) / (kImages - 1) * 1e6;
+    };
+    if (oneHostOnly && manyHostOnly)
+        std::cout << "per-image overhead besides the copy, host time only, us: " << perImage(*oneHostOnly, *manyHostOnly)
+                  << "\n";
     if (one && many)
-        std::cout << "per-image overhead besides the copy, us: "
-                  << (secondsPerIteration(*many) - secondsPerIteration(*one)) / (kImages - 1) * 1e6 << "\n"
+        std::cout << "per-image overhead besides the copy, with frame records, us: " << perImage(*one, *many) << "\n"
+                  << "worker allocations per image: "
+                  << (counter(*many, "worker_allocs_per_set") - counter(*one, "worker_allocs_per_set")) / (kImages - 1)
+                  << "\n"
                   << "sequence start+finish of one small image, us: " << secondsPerIteration(*one) * 1e6 << "\n";
     benchmark::Shutdown();
     return 0;
