@@ -175,8 +175,11 @@ int main(int argc, char** argv) {
                 reference.cpuPerFrameMs);
     if (reference.fps > 0.0)
         std::printf("ratio of frame rates backend/arv-camera-test: %.3f\n", backend.fps / reference.fps);
+    // The host's copy is the driver's own work, which arv-camera-test never does.
     if (reference.cpuPerFrameMs > 0.0)
-        std::printf("ratio of CPU per frame backend/arv-camera-test: %.2f (target <= 1.3)\n",
-                    backend.cpuPerFrameMs / reference.cpuPerFrameMs);
+        std::printf("ratio of CPU per frame backend/arv-camera-test: %.2f with the host's copy (target <= 1.20), "
+                    "%.2f without it (target <= 0.90)\n",
+                    backend.cpuPerFrameMs / reference.cpuPerFrameMs,
+                    (backend.cpuPerFrameMs - backend.copyPerFrameMs) / reference.cpuPerFrameMs);
     return 0;
 }
