@@ -112,6 +112,9 @@ private:
     // the backend knows of the request taken.
     void recordTake(ImageRecord& record, std::int32_t index, Result result);
 
+    // Cameras whose close failed: the SDK still holds them open, so they are closed
+    // again at the next open or the deletion of this object.
+    std::vector<CameraHandle> unclosedCameras;
     // The backend's frame information, when it offers any (found once, at construction).
     FrameInfoSource* frameInfoSource = nullptr;
     // Steady-clock time just before the last start of acquisition.
