@@ -48,6 +48,7 @@ struct How {
     int signal = 0;           // sent once `signalAfter` shows on stderr
     std::string signalAfter;  // a line of the driver's log (the case sets --log-level 1)
     bool terminal = false;    // stdout and stderr on a pseudo-terminal, read into `err`
+    bool fullDisk = false;    // stdout on /dev/full: every write fails with ENOSPC
 };
 
 class TeliGrab : public ::testing::Test {
@@ -97,7 +98,7 @@ protected:
             setenv("TAVRI_TELI_SDK", "sim", 1);
             if (!how.terminal) {
                 dup2(open("/dev/null", O_RDONLY), 0);
-                dup2(open(path("stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+                dup2(open(how.fullDisk ? "/dev/full" : path("stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
                 dup2(open(path("stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
             }
             execv(argv[0], argv.data());
@@ -161,11 +162,13 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     write("refused.json", R"({"Camera": {"Gain": 1000}})");
     write("a-file", "");
     const std::string tooLong = path(std::string(300, 'x') + ".png");
+    const How fullDisk{0, "", false, true};
     const struct {
         std::vector<std::string> arguments;
         int exitCode;
         std::vector<std::string> inStderr, notInStderr = {}, inStdout = {};
         bool needsCamera = false;
+        How how = {};
     } cases[] = {
         // Plug-in, command line and output paths: refused before any camera is opened.
         {{"--plugin", path("missing.so"), "list"}, 2,
@@ -187,6 +190,12 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"cannot write into '" + path("no/such/dir") + "': No such file or directory"}, {kDriverStarted}},
         {{"--log-level", "1", "sequence", "3", "-o", path("a-file/sub")}, 6,
          {"'" + path("a-file/sub") + "': Not a directory"}, {kDriverStarted}},
+        // Standard output on a full disk: nothing may pass as written.
+        {{"--help"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, false, fullDisk},
+        {{"list"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, true, fullDisk},
+        {{"settings"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, true, fullDisk},
+        {{"stream", "--seconds", "0.2"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, true,
+         fullDisk},
         // Settings: checked before anything is applied, with where and what.
         {{"--log-level", "1", "apply", path("broken.json")}, 5, {path("broken.json") + ":3:3: syntax error"},
          {kDriverStarted, "json.exception"}},
@@ -239,7 +248,7 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     for (const auto& c : cases) {
         if (c.needsCamera && !TOOL_TEST_HAVE_SIM) continue;
         SCOPED_TRACE(::testing::PrintToString(c.arguments));
-        const auto outcome = run(c.arguments);
+        const auto outcome = run(c.arguments, c.how);
         EXPECT_EQ(outcome.exitCode, c.exitCode) << describe(outcome);
         for (const auto& part : c.inStderr) EXPECT_THAT(outcome.err, HasSubstr(part));
         for (const auto& part : c.notInStderr) EXPECT_THAT(outcome.err, Not(HasSubstr(part)));

@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Options.h"
+#include "StandardOutput.h"
 #include "ToolError.h"
 #include "platform/PluginLibrary.h"
 #include "view/ViewCommand.h"
@@ -21,7 +22,8 @@ const char* const kFooter = R"(Exit codes:
        that ended early, too many failures in a row)
   5    bad settings file (file:line:column and key are shown); with --strict also a
        value the camera did not keep
-  6    an output file or directory cannot be written (with the system's reason)
+  6    an output file or directory, or standard output, cannot be written (with the
+       system's reason)
   7    the camera was disconnected ("camera disconnected after N frames")
   8    a sequence's set is not whole: images missing, extra, stale or failed, each
        named with the trigger it should have answered (sequence.json has them all)
@@ -52,7 +54,7 @@ std::string unknownCommand(const CLI::App& app) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+static int runTool(int argc, char** argv) {
     using namespace TeliGrab;
     installInterruptHandlers();
     GlobalOptions options;
@@ -109,4 +111,14 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         return fail(ExitCode::DriverError, error.what());
     }
+}
+
+int main(int argc, char** argv) {
+    TeliGrab::checkStandardOutput();
+    const int code = runTool(argc, argv);
+    // Output that did not reach standard output fails the run, whatever else happened.
+    const std::string lost = TeliGrab::standardOutputFailure();
+    if (lost.empty()) return code;
+    const int failed = fail(TeliGrab::ExitCode::OutputError, "cannot write to standard output: " + lost);
+    return code == 0 ? failed : code;
 }
