@@ -231,8 +231,11 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"2 failures (2 x no image within 100 ms)"}, true},
         {{"--rig", path("unplug.json"), "stream", "--seconds", "60", "--timeout", "none"}, 7,
          {"camera disconnected after 10 frames"}, {}, {"stream: 10 frames", "(camera disconnected)"}, true},
-        {{"--rig", path("unplug.json"), "sequence", "20", "-o", path("lost")}, 7, {"camera disconnected after 10 frames"},
-         {}, {}, true},
+        {{"--rig", path("unplug.json"), "sequence", "20", "-o", path("unplugged")}, 7,
+         {"camera disconnected after 10 frames", "no images written (--keep-partial writes the 10 that arrived)"}, {},
+         {}, true},
+        {{"--rig", path("unplug.json"), "sequence", "20", "--keep-partial", "-o", path("kept")}, 7,
+         {"camera disconnected after 10 frames; 10 images kept (--keep-partial)"}, {}, {}, true},
         // A late frame on a wired trigger: no advice to let the camera run free.
         {{"--rig", path("late.json"), "sequence", "6", "-o", path("late")}, 4,
          {"sequence ended early after 3 of 6 images: Failed to wait for camera image completion",
@@ -257,10 +260,12 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     for (const char* name : {"none", "x.png", "long", "lost", "no", "a-file/sub"})
         EXPECT_FALSE(fs::exists(path(name))) << name << " written by a refused command";
     // A sequence that ran leaves its record, and no image unless asked to.
-    for (const char* name : {"late", "gap"}) {
+    for (const char* name : {"late", "gap", "unplugged"}) {
         EXPECT_TRUE(fs::exists(path(name) + "/sequence.json")) << name;
         EXPECT_FALSE(fs::exists(path(name) + "/image_000.png")) << name;
     }
+    EXPECT_TRUE(fs::exists(path("kept/image_009.png")));
+    EXPECT_FALSE(fs::exists(path("kept/image_010.png")));
     EXPECT_NE(slurp(path("gap/sequence.json")).find(R"("cause": "missing trigger")"), std::string::npos);
     EXPECT_EQ(std::count_if(fs::directory_iterator(scratch_), fs::directory_iterator(),
                             [](const fs::directory_entry& e) { return e.path().filename().string().front() == '.'; }),
