@@ -184,6 +184,7 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         {{"sequence", "121", "--per-image-times", "-o", path("long")}, 1, {"not in range 1 to 120"}},
         {{"stream", "--timeout", "0"}, 1, {"--timeout: '0' is neither a positive number of milliseconds nor 'none'"}},
         {{"stream", "--timeout", "-1"}, 1, {"'-1' is neither"}},
+        {{"stream", "--seconds", "nan"}, 1, {"--seconds: 'nan' is not a finite number"}, {kDriverStarted}},
         {{"sequence", "3", "--timeout", "100", "-o", path("none")}, 1, {"--timeout requires --per-image-times"}},
         {{"grab", "-o", path("x.bmp")}, 1, {"cannot tell the image format of", ".png, .jpg, .jpeg, .tif or .tiff"}},
         {{"--log-level", "1", "grab", "-o", path("no/such/dir/x.png")}, 6,

@@ -243,7 +243,7 @@ void addSequenceCommand(CLI::App& app, const GlobalOptions& options) {
     command->add_option("--trigger-rate", settings->triggerRate,
                         "the projector's pulses per second, when known: the set's intervals are judged by it "
                         "rather than by their median")
-        ->check(CLI::PositiveNumber);
+        ->check(finiteNumber() & CLI::PositiveNumber);
     // The driver's sequence waits 500 ms for each image, whatever the host wants.
     addTimeoutOption(*command, settings->timeout, "with --per-image-times: longest wait for one image")
         ->needs(perImageTimes);
