@@ -185,6 +185,8 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         {{"stream", "--timeout", "0"}, 1, {"--timeout: '0' is neither a positive number of milliseconds nor 'none'"}},
         {{"stream", "--timeout", "-1"}, 1, {"'-1' is neither"}},
         {{"stream", "--seconds", "nan"}, 1, {"--seconds: 'nan' is not a finite number"}, {kDriverStarted}},
+        {{"--log-level", "loud", "list"}, 1, {"'loud' is not a log level (0-4, debug, info"}, {kDriverStarted}},
+        {{"--log-level", "debug", "list"}, 0, {kDriverStarted}, {}, {"SIMA"}, true},
         {{"sequence", "3", "--timeout", "100", "-o", path("none")}, 1, {"--timeout requires --per-image-times"}},
         {{"grab", "-o", path("x.bmp")}, 1, {"cannot tell the image format of", ".png, .jpg, .jpeg, .tif or .tiff"}},
         {{"--log-level", "1", "grab", "-o", path("no/such/dir/x.png")}, 6,

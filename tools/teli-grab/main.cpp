@@ -7,6 +7,7 @@
 #include "Options.h"
 #include "StandardOutput.h"
 #include "ToolError.h"
+#include "TavriCommon/Logger.h"
 #include "platform/PluginLibrary.h"
 #include "view/ViewCommand.h"
 
@@ -34,8 +35,8 @@ A second SIGINT or SIGTERM ends the tool at once, without releasing anything.
 Environment:
   TAVRI_TELI_SDK   camera SDK backend: sim, aravis or teli (set by --sdk)
   TAVRI_SIM_RIG    simulated rig file for the sim backend (set by --rig)
-  TAVRI_LOG_LEVEL  lowest level of the driver's log on stderr, 0-4 (set by --log-level;
-                   default 3))";
+  TAVRI_LOG_LEVEL  lowest level of the driver's log on stderr, 0-4 or its name (set by
+                   --log-level; default 3))";
 
 int fail(TeliGrab::ExitCode code, const std::string& message) {
     std::cerr << "teli-grab: error: " << message << '\n';
@@ -76,8 +77,16 @@ static int runTool(int argc, char** argv) {
         ->check(CLI::IsMember({"gray", "color", "raw"}));
     app.add_option("--plugin", options.plugin, "plug-in to load (default: libtavri_toshiba_teli.so beside teli-grab, else the installed one)");
     app.add_option("--rig", options.rig, "simulated rig file (sets TAVRI_SIM_RIG)");
-    app.add_option("--log-level", options.logLevel, "lowest level the driver's log shows (sets TAVRI_LOG_LEVEL)")
-        ->check(CLI::Range(0, 4));
+    // The words the driver's logger takes from TAVRI_LOG_LEVEL, by the logger's own parser.
+    app.add_option("--log-level", options.logLevel,
+                   "lowest level the driver's log shows, 0-4 or debug, info, notice, warning, critical (sets "
+                   "TAVRI_LOG_LEVEL)")
+        ->check(CLI::Validator(
+            [](std::string& text) -> std::string {
+                if (Tavri::Log::parseLogLevel(text)) return {};
+                return "'" + text + "' is not a log level (0-4, debug, info, notice, warning, critical)";
+            },
+            "LEVEL"));
     app.add_flag("--debayer", options.debayer, "write Raw (BayerBG8) images as colour previews");
     app.add_option("--settings", options.settingsFile,
                    "JSON settings file applied after opening, before --set (checked before anything is applied)");
