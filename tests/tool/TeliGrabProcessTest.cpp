@@ -369,6 +369,7 @@ TEST_F(TeliGrab, ListsSequencesAndGrabsInEveryModeAndFormat) {
         const cv::Mat image = cv::imread(path(g.file), cv::IMREAD_UNCHANGED);
         EXPECT_EQ(image.size(), cv::Size(320, 240));
         EXPECT_EQ(image.type(), g.type);
+        EXPECT_THAT(grabbed.out, HasSubstr(std::to_string(CV_MAT_CN(g.type)) + " channel(s)"));
     }
     const cv::Scalar byMode = cv::mean(cv::imread(path("color.png"))), byKey = cv::mean(cv::imread(path("key.png")));
     for (int channel = 0; channel < 3; ++channel)

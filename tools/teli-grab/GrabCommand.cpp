@@ -40,8 +40,9 @@ void addGrabCommand(CLI::App& app, const GlobalOptions& options) {
         checkOutputFile(*output);
         withSession(options, [&](Session& session) {
             auto& camera = session.open();
-            const cv::Mat image = grabOne(camera);
-            writeImage(*output, forFile(image, camera.getMode(), options.debayer));
+            // What the file holds: a debayered Raw image has three channels, not one.
+            const cv::Mat image = forFile(grabOne(camera), camera.getMode(), options.debayer);
+            writeImage(*output, image);
             std::cout << boost::format("wrote %s: %d x %d, %d channel(s)\n") % *output % image.cols % image.rows %
                              image.channels();
         });
