@@ -276,8 +276,8 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         << "a temporary file was left behind";
 }
 
-// Every command ends on SIGINT or SIGTERM whatever it waits for, releases the camera
-// and the driver, exits 130 or 143 and leaves no file.
+// Every command ends on SIGINT, SIGTERM, SIGHUP or SIGPIPE whatever it waits for,
+// releases the camera and the driver, exits 128 + the signal and leaves no file.
 TEST_F(TeliGrab, SignalsEndEveryCommandAndReleaseTheDriver) {
     SKIP_WITHOUT_SIM();
     const char* const cameraOpen = "Initializing camera with index";
@@ -287,6 +287,8 @@ TEST_F(TeliGrab, SignalsEndEveryCommandAndReleaseTheDriver) {
     } cases[] = {
         {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGINT, 130},
         {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGTERM, 143},
+        {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGHUP, 129},
+        {{"--rig", path("untriggered.json"), "grab", "-o", path("out.png")}, SIGPIPE, 141},
         {{"--rig", path("untriggered.json"), "grab", "-o", path("out.png")}, SIGINT, 130},
         {{"--rig", path("untriggered.json"), "sequence", "3", "--per-image-times", "--timeout", "none", "-o",
           path("out")},

@@ -28,9 +28,12 @@ const char* const kFooter = R"(Exit codes:
   7    the camera was disconnected ("camera disconnected after N frames")
   8    a sequence's set is not whole: images missing, extra, stale or failed, each
        named with the trigger it should have answered (sequence.json has them all)
+  129  hung up by SIGHUP: the camera and the driver were released
   130  interrupted by SIGINT (Ctrl-C): the camera and the driver were released
+  141  SIGPIPE, the reader of standard output went away: the camera and the driver
+       were released
   143  terminated by SIGTERM: the camera and the driver were released
-A second SIGINT or SIGTERM ends the tool at once, without releasing anything.
+A second such signal ends the tool at once, without releasing anything.
 
 Environment:
   TAVRI_TELI_SDK   camera SDK backend: sim, aravis or teli (set by --sdk)
