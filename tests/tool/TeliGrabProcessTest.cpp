@@ -248,8 +248,9 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         {{"--rig", path("gap.json"), "sequence", "12", "-o", path("gap")}, 8,
          {"set not whole: image 5: pattern 5 missing: camera frame 5 then 7; images 5-11 answer triggers 6-12"}, {},
          {"sequence: 12 of 12 images"}, true},
+        // Images stop after five: the trigger is wired, so no advice to let it run free.
         {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,
-         {"sequence ended after 5 of 10 images: no image within 300 ms", kRunFree}, {}, {}, true},
+         {"sequence ended after 5 of 10 images: no image within 300 ms"}, {kRunFree}, {}, true},
     };
     for (const auto& c : cases) {
         if (c.needsCamera && !TOOL_TEST_HAVE_SIM) continue;
