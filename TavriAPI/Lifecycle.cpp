@@ -25,7 +25,9 @@ TavriCameraToshibaTeli::~TavriCameraToshibaTeli() {
     // stream, requests, block and event, and no later release gives them back. The
     // host may drop such an object and retry with a new one, so give them back here.
     // An initialised object makes no SDK call: the host releases it before deleting it.
-    if (!isInitialized && (cameraHandle || streamHandle || requestBuffer || imageEvent)) releaseResources();
+    // A camera whose close failed is given back here too.
+    if (!isInitialized && (cameraHandle || streamHandle || requestBuffer || imageEvent || !unclosedCameras.empty()))
+        releaseResources();
 }
 
 bool TavriCameraToshibaTeli::initializeCamera(const char* serialNumber) {
@@ -100,6 +102,16 @@ void TavriCameraToshibaTeli::releaseCamera() {
 }
 
 void TavriCameraToshibaTeli::releaseResources() {
+    // Departure: a failed close leaves the camera open in the SDK, where no other
+    // object could open it until the driver is released; try again at each chance.
+    for (auto it = unclosedCameras.begin(); it != unclosedCameras.end();) {
+        if (sdk.sdkCloseCamera(*it) == SdkResult::Success) {
+            it = unclosedCameras.erase(it);
+        } else {
+            TAVRI_LOG(3, failedTo("close camera"));
+            ++it;
+        }
+    }
     if (streamHandle) {
         flush();
         dequeue(STRM_REQUEST_NUM);
@@ -109,7 +121,10 @@ void TavriCameraToshibaTeli::releaseResources() {
         if (sdk.sdkCloseStream(streamHandle) != SdkResult::Success) TAVRI_LOG(3, failedTo("close image stream"));
     }
     if (cameraHandle) {
-        if (sdk.sdkCloseCamera(cameraHandle) != SdkResult::Success) TAVRI_LOG(3, failedTo("close camera"));
+        if (sdk.sdkCloseCamera(cameraHandle) != SdkResult::Success) {
+            TAVRI_LOG(3, failedTo("close camera"));
+            unclosedCameras.push_back(cameraHandle);
+        }
     }
     if (requestBuffer) platform::freeBlock(requestBuffer);
     if (imageEvent) platform::closeEvent(imageEvent);

@@ -127,6 +127,10 @@ private:
     // the backend knows of the request taken.
     void recordTake(ImageRecord& record, std::int32_t index, Result result);
 
+    // Cameras whose close failed: the SDK still holds them open, so they are closed
+    // again at the next open or the deletion of this object.
+    std::vector<CameraHandle> unclosedCameras;
+
 };
 
 }  // namespace Tavri

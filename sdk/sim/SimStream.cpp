@@ -172,6 +172,23 @@ private:
         }
     }
 
+    // The last frame of the burst group `frame` belongs to: groups are runs of `burst`
+    // touched frames from the fault's first, the last one cut short by its count.
+    static std::uint32_t lastOfGroup(const FrameFault& fault, std::uint32_t frame) {
+        const std::uint64_t group = (frame - fault.first) / fault.every / fault.burst;
+        const std::uint64_t last = std::min<std::uint64_t>((group + 1) * fault.burst, fault.count) - 1;
+        return static_cast<std::uint32_t>(std::min<std::uint64_t>(fault.first + last * fault.every, 0xFFFFFFFFu));
+    }
+
+    // Frame `frame` has been counted, captured or not: a group whose last frame it is
+    // or lies behind is delivered with the frames it has, so a frame dropped or lost
+    // inside it cannot hold the stream back for good.
+    static void closeBurst(StreamObj& s, std::uint32_t frame) {
+        if (s.burstHeld == 0 || frame < s.burstLast) return;
+        for (auto& f : s.inFlight) f.held = false;
+        s.burstHeld = 0;
+    }
+
     // Takes the next frame, captured at `when` and answering pulse `pattern`, into the
     // oldest waiting request; unlocks while rendering. A stale frame is one left over
     // from before the start: it keeps the camera's last number and counts no frame.
@@ -181,10 +198,12 @@ private:
         if (!stale) ++d.stats.triggers;
         if (!stale && frameFault(d.frameFaults, frame, FrameFault::Kind::Drop)) {
             ++d.stats.dropped;
+            closeBurst(s, frame);
             return;
         }
         if (s.waiting.empty()) {
             ++d.stats.lost;
+            if (!stale) closeBurst(s, frame);
             return;
         }
         RequestObj* request = s.waiting.front();
@@ -208,11 +227,9 @@ private:
         s.filled.notify_all();
         if (const auto* burst = stale ? nullptr : frameFault(d.frameFaults, frame, FrameFault::Kind::Burst)) {
             entry->held = true;
-            if (++s.burstHeld >= burst->burst) {
-                for (auto& f : s.inFlight) f.held = false;
-                s.burstHeld = 0;
-            }
+            if (s.burstHeld++ == 0) s.burstLast = lastOfGroup(*burst, frame);
         }
+        if (!stale) closeBurst(s, frame);
         d.countTowardsUnplug();
     }
 

@@ -67,6 +67,7 @@ struct StreamObj : HandleObj {
     Clock::time_point nextPulse, nextFreeRun, lastDue;
     std::uint32_t pendingSoftware = 0;
     std::uint32_t burstHeld = 0;
+    std::uint32_t burstLast = 0;  // the last frame of the group being held
     std::uint64_t idBase = 0;      // the reported number of frame 0 of this acquisition
     std::uint32_t startIndex = 0;  // which acquisition start of the camera this is
     Clock::time_point started;

@@ -193,14 +193,24 @@ TEST_F(DriverOverSim, EachFaultEndsInTheDriversErrorWithNothingHungOrLeaked) {
         std::function<void()> arm;
         std::function<void()> act;
         std::string expected;        // message of the exception
-        bool heldUntilRetry = false; // a failed open keeps what it made until the next open
+        bool heldUntilRetry = false; // a failed open or close keeps the camera until deletion
     };
     const auto initialize = [this] { open(); };
     const auto grab = [this] {
         open();
         camera->grab();
     };
+    const auto openAndRelease = [this] {
+        open();
+        camera->releaseCamera();
+    };
     const Fault faults[] = {
+        // A camera whose close failed is given back at the object's next open, or at its
+        // deletion; until then no other object could open it.
+        {"close does not respond", [this] { rig->failOperation(Operation::sdkCloseCamera, SdkResult::NotResponding); },
+         openAndRelease, "<no RuntimeException>"},
+        {"close fails in the backend", [this] { rig->failOperation(Operation::sdkCloseCamera, SimResult::CameraUnplugged); },
+         openAndRelease, "<no RuntimeException>", true},
         {"50th request refused", [this] { rig->failOperation(Operation::sdkCreateRequest, 3, FaultWhen::OnCall, 50); },
          initialize, "Failed to create camera stream request #49", true},
         {"dead camera", [this] { rig->setCondition(0, CameraCondition::Dead); }, initialize,

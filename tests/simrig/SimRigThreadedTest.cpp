@@ -53,6 +53,12 @@ TEST_F(Producer, HardwareTriggeredSequencesShowPatternKInImageK) {
     late.delayMs = 150;
     FrameFault burst{FrameFault::Kind::Burst, 0};
     burst.burst = 5;
+    // Groups that can never fill: six burst frames in groups of four, and a drop
+    // inside the second of two groups; each completes with the frames it has.
+    FrameFault shortBurst{FrameFault::Kind::Burst, 0, 6};
+    shortBurst.burst = 4;
+    FrameFault twoGroups{FrameFault::Kind::Burst, 0, 8};
+    twoGroups.burst = 4;
     struct Case {
         const char* what;
         std::size_t count;
@@ -66,6 +72,9 @@ TEST_F(Producer, HardwareTriggeredSequencesShowPatternKInImageK) {
         {"drop", 10, {FrameFault{FrameFault::Kind::Drop, 2, 2}}, {0, 1, 4, 5, 6, 7, 8, 9, 10, 11}},
         {"late", 10, {late}, {}},
         {"burst", 10, {burst}, {}},
+        {"burst count not a multiple of the group", 10, {shortBurst}, {}},
+        {"drop inside a burst group", 10, {twoGroups, FrameFault{FrameFault::Kind::Drop, 5, 1}},
+         {0, 1, 2, 3, 4, 6, 7, 8, 9, 10}},
     };
     const FrameSettings settings{PixelFormat::RGB8, 256, 64};
     for (const auto& c : cases) {

@@ -48,6 +48,7 @@ struct How {
     int signal = 0;           // sent once `signalAfter` shows on stderr
     std::string signalAfter;  // a line of the driver's log (the case sets --log-level 1)
     bool terminal = false;    // stdout and stderr on a pseudo-terminal, read into `err`
+    bool fullDisk = false;    // stdout on /dev/full: every write fails with ENOSPC
 };
 
 class TeliGrab : public ::testing::Test {
@@ -98,7 +99,7 @@ protected:
             setenv("TAVRI_TELI_SDK", "sim", 1);
             if (!how.terminal) {
                 dup2(open("/dev/null", O_RDONLY), 0);
-                dup2(open(path("stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+                dup2(open(how.fullDisk ? "/dev/full" : path("stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
                 dup2(open(path("stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
             }
             execv(argv[0], argv.data());
@@ -162,11 +163,13 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     write("refused.json", R"({"Camera": {"Gain": 1000}})");
     write("a-file", "");
     const std::string tooLong = path(std::string(300, 'x') + ".png");
+    const How fullDisk{0, "", false, true};
     const struct {
         std::vector<std::string> arguments;
         int exitCode;
         std::vector<std::string> inStderr, notInStderr = {}, inStdout = {};
         bool needsCamera = false;
+        How how = {};
     } cases[] = {
         // Plug-in, command line and output paths: refused before any camera is opened.
         {{"--plugin", path("missing.so"), "list"}, 2,
@@ -182,12 +185,21 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         {{"sequence", "121", "--per-image-times", "-o", path("long")}, 1, {"not in range 1 to 120"}},
         {{"stream", "--timeout", "0"}, 1, {"--timeout: '0' is neither a positive number of milliseconds nor 'none'"}},
         {{"stream", "--timeout", "-1"}, 1, {"'-1' is neither"}},
+        {{"stream", "--seconds", "nan"}, 1, {"--seconds: 'nan' is not a finite number"}, {kDriverStarted}},
+        {{"--log-level", "loud", "list"}, 1, {"'loud' is not a log level (0-4, debug, info"}, {kDriverStarted}},
+        {{"--log-level", "debug", "list"}, 0, {kDriverStarted}, {}, {"SIMA"}, true},
         {{"sequence", "3", "--timeout", "100", "-o", path("none")}, 1, {"--timeout requires --per-image-times"}},
         {{"grab", "-o", path("x.bmp")}, 1, {"cannot tell the image format of", ".png, .jpg, .jpeg, .tif or .tiff"}},
         {{"--log-level", "1", "grab", "-o", path("no/such/dir/x.png")}, 6,
          {"cannot write into '" + path("no/such/dir") + "': No such file or directory"}, {kDriverStarted}},
         {{"--log-level", "1", "sequence", "3", "-o", path("a-file/sub")}, 6,
          {"'" + path("a-file/sub") + "': Not a directory"}, {kDriverStarted}},
+        // Standard output on a full disk: nothing may pass as written.
+        {{"--help"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, false, fullDisk},
+        {{"list"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, true, fullDisk},
+        {{"settings"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, true, fullDisk},
+        {{"stream", "--seconds", "0.2"}, 6, {"cannot write to standard output: No space left on device"}, {}, {}, true,
+         fullDisk},
         // Settings: checked before anything is applied, with where and what.
         {{"--log-level", "1", "apply", path("broken.json")}, 5, {path("broken.json") + ":3:3: syntax error"},
          {kDriverStarted, "json.exception"}},
@@ -223,8 +235,11 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"2 failures (2 x no image within 100 ms)"}, true},
         {{"--rig", path("unplug.json"), "stream", "--seconds", "60", "--timeout", "none"}, 7,
          {"camera disconnected after 10 frames"}, {}, {"stream: 10 frames", "(camera disconnected)"}, true},
-        {{"--rig", path("unplug.json"), "sequence", "20", "-o", path("lost")}, 7, {"camera disconnected after 10 frames"},
-         {}, {}, true},
+        {{"--rig", path("unplug.json"), "sequence", "20", "-o", path("unplugged")}, 7,
+         {"camera disconnected after 10 frames", "no images written (--keep-partial writes the 10 that arrived)"}, {},
+         {}, true},
+        {{"--rig", path("unplug.json"), "sequence", "20", "--keep-partial", "-o", path("kept")}, 7,
+         {"camera disconnected after 10 frames; 10 images kept (--keep-partial)"}, {}, {}, true},
         // A late frame on a wired trigger: no advice to let the camera run free.
         {{"--rig", path("late.json"), "sequence", "6", "-o", path("late")}, 4,
          {"sequence ended early after 3 of 6 images: Failed to wait for camera image completion",
@@ -242,13 +257,14 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"the camera did not take colour mode color (RGB8): image 0 has 19200 bytes"}, {}, {}, true},
         {{"--rig", path("mono.json"), "--mode", "color", "stream", "--seconds", "1"}, 4,
          {"the camera did not take colour mode color (RGB8)"}, {}, {}, true},
+        // Images stop after five: the trigger is wired, so no advice to let it run free.
         {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,
-         {"sequence ended after 5 of 10 images: no image within 300 ms", kRunFree}, {}, {}, true},
+         {"sequence ended after 5 of 10 images: no image within 300 ms"}, {kRunFree}, {}, true},
     };
     for (const auto& c : cases) {
         if (c.needsCamera && !TOOL_TEST_HAVE_SIM) continue;
         SCOPED_TRACE(::testing::PrintToString(c.arguments));
-        const auto outcome = run(c.arguments);
+        const auto outcome = run(c.arguments, c.how);
         EXPECT_EQ(outcome.exitCode, c.exitCode) << describe(outcome);
         for (const auto& part : c.inStderr) EXPECT_THAT(outcome.err, HasSubstr(part));
         for (const auto& part : c.notInStderr) EXPECT_THAT(outcome.err, Not(HasSubstr(part)));
@@ -257,10 +273,12 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     for (const char* name : {"none", "x.png", "long", "lost", "no", "a-file/sub"})
         EXPECT_FALSE(fs::exists(path(name))) << name << " written by a refused command";
     // A sequence that ran leaves its record, and no image unless asked to.
-    for (const char* name : {"late", "gap"}) {
+    for (const char* name : {"late", "gap", "unplugged"}) {
         EXPECT_TRUE(fs::exists(path(name) + "/sequence.json")) << name;
         EXPECT_FALSE(fs::exists(path(name) + "/image_000.png")) << name;
     }
+    EXPECT_TRUE(fs::exists(path("kept/image_009.png")));
+    EXPECT_FALSE(fs::exists(path("kept/image_010.png")));
     EXPECT_NE(slurp(path("gap/sequence.json")).find(R"("cause": "missing trigger")"), std::string::npos);
     EXPECT_EQ(std::count_if(fs::directory_iterator(scratch_), fs::directory_iterator(),
                             [](const fs::directory_entry& e) { return e.path().filename().string().front() == '.'; }),
@@ -268,8 +286,8 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         << "a temporary file was left behind";
 }
 
-// Every command ends on SIGINT or SIGTERM whatever it waits for, releases the camera
-// and the driver, exits 130 or 143 and leaves no file.
+// Every command ends on SIGINT, SIGTERM, SIGHUP or SIGPIPE whatever it waits for,
+// releases the camera and the driver, exits 128 + the signal and leaves no file.
 TEST_F(TeliGrab, SignalsEndEveryCommandAndReleaseTheDriver) {
     SKIP_WITHOUT_SIM();
     const char* const cameraOpen = "Initializing camera with index";
@@ -279,6 +297,8 @@ TEST_F(TeliGrab, SignalsEndEveryCommandAndReleaseTheDriver) {
     } cases[] = {
         {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGINT, 130},
         {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGTERM, 143},
+        {{"--rig", path("untriggered.json"), "stream", "--seconds", "600", "--timeout", "none"}, SIGHUP, 129},
+        {{"--rig", path("untriggered.json"), "grab", "-o", path("out.png")}, SIGPIPE, 141},
         {{"--rig", path("untriggered.json"), "grab", "-o", path("out.png")}, SIGINT, 130},
         {{"--rig", path("untriggered.json"), "sequence", "3", "--per-image-times", "--timeout", "none", "-o",
           path("out")},
@@ -361,6 +381,7 @@ TEST_F(TeliGrab, ListsSequencesAndGrabsInEveryModeAndFormat) {
         const cv::Mat image = cv::imread(path(g.file), cv::IMREAD_UNCHANGED);
         EXPECT_EQ(image.size(), cv::Size(320, 240));
         EXPECT_EQ(image.type(), g.type);
+        EXPECT_THAT(grabbed.out, HasSubstr(std::to_string(CV_MAT_CN(g.type)) + " channel(s)"));
     }
     const cv::Scalar byMode = cv::mean(cv::imread(path("color.png"))), byKey = cv::mean(cv::imread(path("key.png")));
     for (int channel = 0; channel < 3; ++channel)

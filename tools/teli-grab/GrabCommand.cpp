@@ -41,9 +41,11 @@ void addGrabCommand(CLI::App& app, const GlobalOptions& options) {
         checkOutputFile(*output);
         withSession(options, [&](Session& session) {
             auto& camera = session.open();
-            const cv::Mat image = grabOne(camera);
-            refuseWrongSize(recordSource(camera).lastImageRecord(), camera.getMode(), image.total() * image.elemSize());
-            writeImage(*output, forFile(image, camera.getMode(), options.debayer));
+            const cv::Mat taken = grabOne(camera);
+            refuseWrongSize(recordSource(camera).lastImageRecord(), camera.getMode(), taken.total() * taken.elemSize());
+            // What the file holds: a debayered Raw image has three channels, not one.
+            const cv::Mat image = forFile(taken, camera.getMode(), options.debayer);
+            writeImage(*output, image);
             std::cout << boost::format("wrote %s: %d x %d, %d channel(s)\n") % *output % image.cols % image.rows %
                              image.channels();
         });

@@ -17,6 +17,7 @@ ImageWaiter::Result ImageWaiter::next(cv::Mat& frame, Clock::time_point deadline
     using std::chrono::milliseconds;
     const auto start = Clock::now();
     const auto limit = timeoutMs_ ? start + milliseconds(*timeoutMs_) : Clock::time_point::max();
+    framesSoFar_ = framesSoFar;
     for (;;) {
         throwIfInterrupted();
         const auto now = Clock::now();

@@ -29,8 +29,10 @@ public:
     // throws ToolError(CameraDisconnected) naming `framesSoFar`.
     Result next(cv::Mat& frame, Clock::time_point deadline, long framesSoFar);
     const std::string& cause() const { return cause_; }
-    // For a failure that was a timeout: what the user can do about it, or empty.
-    std::string advice() const { return timedOut_ ? hint_ : std::string(); }
+    // For a failure that was a timeout before any image: what the user can do about it,
+    // or empty. Once an image came, the trigger reaches the camera: advice to let it
+    // run free would send the user the wrong way.
+    std::string advice() const { return timedOut_ && framesSoFar_ == 0 ? hint_ : std::string(); }
 
     static constexpr std::chrono::milliseconds kSlice{200};
 
@@ -41,6 +43,7 @@ private:
     std::string hint_;
     std::string cause_;
     bool timedOut_ = false;
+    long framesSoFar_ = 0;
 };
 
 }  // namespace TeliGrab

@@ -23,14 +23,21 @@ void installInterruptHandlers() {
     // Calls under way go on; the flag is looked at between waits.
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (int signal : {SIGINT, SIGTERM}) sigaction(signal, &action, nullptr);
+    // A closed terminal and a reader gone from the pipe end the tool the same way, with
+    // the camera released; the broken pipe's writes then fail and are reported.
+    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaction(signal, &action, nullptr);
 }
 
 int interruptSignal() { return received; }
 
 void throwIfInterrupted() {
-    if (received == SIGINT) throw ToolError(ExitCode::Interrupted, "interrupted (SIGINT)");
-    if (received != 0) throw ToolError(ExitCode::Terminated, "terminated (SIGTERM)");
+    switch (received) {
+    case 0: return;
+    case SIGINT: throw ToolError(ExitCode::Interrupted, "interrupted (SIGINT)");
+    case SIGHUP: throw ToolError(ExitCode::HungUp, "hung up (SIGHUP)");
+    case SIGPIPE: throw ToolError(ExitCode::BrokenPipe, "broken pipe (SIGPIPE)");
+    default: throw ToolError(ExitCode::Terminated, "terminated (SIGTERM)");
+    }
 }
 
 }  // namespace TeliGrab

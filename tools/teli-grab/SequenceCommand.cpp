@@ -83,6 +83,21 @@ std::shared_ptr<Tavri::ImageSet> runSequence(Tavri::CameraDriver& camera, int co
     return finishing.get();
 }
 
+// Runs `step`; a lost camera ends the set with its own cause and code rather than
+// throwing, so that the images that arrived stay for --keep-partial. False then.
+template <typename Step>
+bool unlessDisconnected(Collected& collected, Step&& step) {
+    try {
+        step();
+        return true;
+    } catch (const ToolError& lost) {
+        if (lost.code() != ExitCode::CameraDisconnected) throw;
+        collected.failure = lost.what();
+        collected.code = lost.code();
+        return false;
+    }
+}
+
 Collected collectSequence(Tavri::CameraDriver& camera, int count, double triggerRate) {
     // Read before the start: no other call may reach the camera while the sequence runs.
     const auto hint = triggerHint(camera);
@@ -122,7 +137,7 @@ Collected collectSequence(Tavri::CameraDriver& camera, int count, double trigger
     }
     // Copies: the set's pixel block is released by code in the plug-in.
     for (int i = 0; i < arrived; ++i) collected.images.push_back(set->images[static_cast<std::size_t>(i)].clone());
-    if (arrived < count) throwIfDisconnected(camera, arrived);
+    if (arrived < count) unlessDisconnected(collected, [&] { throwIfDisconnected(camera, arrived); });
 
     const double elapsed = millisecondsBetween(start, finish);
     std::cout << boost::format("sequence: %d of %d images in %.1f ms from start to finish, %.2f fps\n") % arrived %
@@ -143,7 +158,10 @@ Collected collectTimed(Tavri::CameraDriver& camera, int count, const Timeout& ti
         const auto start = Clock::now();
         for (int i = 0; i < count; ++i) {
             cv::Mat frame(prototype.size(), prototype.type());
-            if (waiter.next(frame, Clock::time_point::max(), i) != ImageWaiter::Result::Image) {
+            auto result = ImageWaiter::Result::Failed;
+            if (!unlessDisconnected(collected, [&] { result = waiter.next(frame, Clock::time_point::max(), i); }))
+                break;
+            if (result != ImageWaiter::Result::Image) {
                 const auto advice = waiter.advice();
                 collected.failure = (boost::format("sequence ended after %d of %d images: %s%s") % i % count %
                                      waiter.cause() % (advice.empty() ? "" : "; " + advice))
@@ -201,13 +219,10 @@ void run(Session& session, const SequenceOptions& settings, ImageFormat format, 
     // The record of what went wrong is written whatever else is.
     if (!settings.keepPartial) collected.images.clear();
     writeAll(collected, settings.directory, format, debayer);
-    throw ToolError(collected.code,
-                    collected.failure + (settings.keepPartial || kept == 0
-                                             ? ""
-                                             : (boost::format("; no images written (--keep-partial writes the %d "
-                                                              "that arrived)") %
-                                                kept)
-                                                   .str()));
+    const char* const written = settings.keepPartial ? "; %d images kept (--keep-partial)"
+                                : kept == 0             ? ""
+                                                        : "; no images written (--keep-partial writes the %d that arrived)";
+    throw ToolError(collected.code, collected.failure + (*written ? (boost::format(written) % kept).str() : ""));
 }
 
 }  // namespace
@@ -231,7 +246,7 @@ void addSequenceCommand(CLI::App& app, const GlobalOptions& options) {
     command->add_option("--trigger-rate", settings->triggerRate,
                         "the projector's pulses per second, when known: the set's intervals are judged by it "
                         "rather than by their median")
-        ->check(CLI::PositiveNumber);
+        ->check(finiteNumber() & CLI::PositiveNumber);
     // The driver's sequence waits 500 ms for each image, whatever the host wants.
     addTimeoutOption(*command, settings->timeout, "with --per-image-times: longest wait for one image")
         ->needs(perImageTimes);

@@ -143,7 +143,7 @@ void addStreamCommand(CLI::App& app, const GlobalOptions& options) {
     auto* command = app.add_subcommand("stream", "Grab continuously, showing frames, fps and failures as it runs");
     command->add_option("--seconds", settings->seconds, "how long to stream, in seconds (up to one day)")
         ->capture_default_str()
-        ->check(CLI::Range(0.001, 86400.0));
+        ->check(finiteNumber() & CLI::Range(0.001, 86400.0));
     addTimeoutOption(*command, settings->timeout, "longest wait for one image");
     command->add_option("--max-failures", settings->maxFailures,
                         "end the stream after this many failed images in a row")

@@ -1,5 +1,7 @@
 #include "Timeout.h"
 
+#include <cmath>
+#include <cstdlib>
 #include <limits>
 
 namespace TeliGrab {
@@ -21,6 +23,17 @@ std::optional<int> parsePositive(const std::string& text) {
 std::optional<int> Timeout::milliseconds() const { return text == kNoLimit ? std::nullopt : parsePositive(text); }
 
 std::string Timeout::describe() const { return text == kNoLimit ? "no limit" : text + " ms"; }
+
+CLI::Validator finiteNumber() {
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            char* end = nullptr;
+            const double value = std::strtod(text.c_str(), &end);
+            if (!text.empty() && *end == '\0' && std::isfinite(value)) return {};
+            return "'" + text + "' is not a finite number";
+        },
+        "NUMBER");
+}
 
 CLI::Option* addTimeoutOption(CLI::App& command, Timeout& timeout, const std::string& help) {
     return command.add_option("--timeout", timeout.text, help + ": positive milliseconds up to 999999999, or 'none'")

@@ -15,6 +15,10 @@ struct Timeout {
     std::string describe() const;             // "2000 ms" or "no limit"
 };
 
+// Refuses NaN and the infinities: NaN passes every range check, since each comparison
+// with it is false.
+CLI::Validator finiteNumber();
+
 // Adds --timeout to `command`, refusing anything but a positive integer or "none".
 CLI::Option* addTimeoutOption(CLI::App& command, Timeout& timeout, const std::string& help);
 

@@ -5,7 +5,9 @@
 #include "Commands.h"
 #include "Interrupt.h"
 #include "Options.h"
+#include "StandardOutput.h"
 #include "ToolError.h"
+#include "TavriCommon/Logger.h"
 #include "platform/PluginLibrary.h"
 #include "view/ViewCommand.h"
 
@@ -21,19 +23,23 @@ const char* const kFooter = R"(Exit codes:
        that ended early, too many failures in a row)
   5    bad settings file (file:line:column and key are shown); with --strict also a
        value the camera did not keep
-  6    an output file or directory cannot be written (with the system's reason)
+  6    an output file or directory, or standard output, cannot be written (with the
+       system's reason)
   7    the camera was disconnected ("camera disconnected after N frames")
   8    a sequence's set is not whole: images missing, extra, stale or failed, each
        named with the trigger it should have answered (sequence.json has them all)
+  129  hung up by SIGHUP: the camera and the driver were released
   130  interrupted by SIGINT (Ctrl-C): the camera and the driver were released
+  141  SIGPIPE, the reader of standard output went away: the camera and the driver
+       were released
   143  terminated by SIGTERM: the camera and the driver were released
-A second SIGINT or SIGTERM ends the tool at once, without releasing anything.
+A second such signal ends the tool at once, without releasing anything.
 
 Environment:
   TAVRI_TELI_SDK   camera SDK backend: sim, aravis or teli (set by --sdk)
   TAVRI_SIM_RIG    simulated rig file for the sim backend (set by --rig)
-  TAVRI_LOG_LEVEL  lowest level of the driver's log on stderr, 0-4 (set by --log-level;
-                   default 3))";
+  TAVRI_LOG_LEVEL  lowest level of the driver's log on stderr, 0-4 or its name (set by
+                   --log-level; default 3))";
 
 int fail(TeliGrab::ExitCode code, const std::string& message) {
     std::cerr << "teli-grab: error: " << message << '\n';
@@ -52,7 +58,7 @@ std::string unknownCommand(const CLI::App& app) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+static int runTool(int argc, char** argv) {
     using namespace TeliGrab;
     installInterruptHandlers();
     GlobalOptions options;
@@ -74,8 +80,16 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"gray", "color", "raw"}));
     app.add_option("--plugin", options.plugin, "plug-in to load (default: libtavri_toshiba_teli.so beside teli-grab, else the installed one)");
     app.add_option("--rig", options.rig, "simulated rig file (sets TAVRI_SIM_RIG)");
-    app.add_option("--log-level", options.logLevel, "lowest level the driver's log shows (sets TAVRI_LOG_LEVEL)")
-        ->check(CLI::Range(0, 4));
+    // The words the driver's logger takes from TAVRI_LOG_LEVEL, by the logger's own parser.
+    app.add_option("--log-level", options.logLevel,
+                   "lowest level the driver's log shows, 0-4 or debug, info, notice, warning, critical (sets "
+                   "TAVRI_LOG_LEVEL)")
+        ->check(CLI::Validator(
+            [](std::string& text) -> std::string {
+                if (Tavri::Log::parseLogLevel(text)) return {};
+                return "'" + text + "' is not a log level (0-4, debug, info, notice, warning, critical)";
+            },
+            "LEVEL"));
     app.add_flag("--debayer", options.debayer, "write Raw (BayerBG8) images as colour previews");
     app.add_option("--settings", options.settingsFile,
                    "JSON settings file applied after opening, before --set (checked before anything is applied)");
@@ -109,4 +123,14 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         return fail(ExitCode::DriverError, error.what());
     }
+}
+
+int main(int argc, char** argv) {
+    TeliGrab::checkStandardOutput();
+    const int code = runTool(argc, argv);
+    // Output that did not reach standard output fails the run, whatever else happened.
+    const std::string lost = TeliGrab::standardOutputFailure();
+    if (lost.empty()) return code;
+    const int failed = fail(TeliGrab::ExitCode::OutputError, "cannot write to standard output: " + lost);
+    return code == 0 ? failed : code;
 }

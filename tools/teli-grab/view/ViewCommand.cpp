@@ -1,5 +1,6 @@
 #include "view/ViewCommand.h"
 
+#include <array>
 #include <atomic>
 #include <csignal>
 #include <iostream>
@@ -28,24 +29,24 @@ std::atomic<int> stopSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free);
 extern "C" void onStopSignal(int signal) { stopSignal = signal; }
 
-// Ctrl-C and SIGTERM end the view the normal way, so acquisition stops and the camera
-// and the driver are released.
+// Ctrl-C, SIGTERM, a closed terminal (SIGHUP) and a reader gone from the pipe
+// (SIGPIPE) end the view the normal way, so acquisition stops and the camera and the
+// driver are released.
 class StopSignals {
 public:
-    StopSignals()
-        : previousInt_(std::signal(SIGINT, onStopSignal)), previousTerm_(std::signal(SIGTERM, onStopSignal)) {
+    StopSignals() {
+        for (std::size_t i = 0; i < kSignals.size(); ++i) previous_[i] = std::signal(kSignals[i], onStopSignal);
         stopSignal = 0;
     }
     ~StopSignals() {
-        std::signal(SIGINT, previousInt_);
-        std::signal(SIGTERM, previousTerm_);
+        for (std::size_t i = 0; i < kSignals.size(); ++i) std::signal(kSignals[i], previous_[i]);
     }
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
 
 private:
-    void (*previousInt_)(int);
-    void (*previousTerm_)(int);
+    static constexpr std::array<int, 4> kSignals{SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+    std::array<void (*)(int), 4> previous_{};
 };
 
 void serve(Session& session, const View::ListenAddress& address, const std::string& token, bool debayer) {
