@@ -159,6 +159,9 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     write("overflow.json", "{\n \"Camera\": {\"Gain\": 1e400}}");
     write("misspelt-word.json", R"({"Camera": {"TriggerType": "Sofware"}})");
     write("refused.json", R"({"Camera": {"Gain": 1000}})");
+    std::string manyKeys = "{";
+    for (int k = 0; k < 200000; ++k) manyKeys += (k ? ",\n  \"K" : "\n  \"K") + std::to_string(k) + "\": 0";
+    write("many-keys.json", manyKeys + "\n}\n");
     write("a-file", "");
     const std::string tooLong = path(std::string(300, 'x') + ".png");
     const struct {
@@ -194,6 +197,8 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
         {{"--log-level", "1", "--settings", path("typo.json"), "grab", "-o", path("x.png")}, 5,
          {path("typo.json") + ":3:5: unknown key 'Camera/Gian'; known keys: ExposureTime, Camera/Gain"},
          {kDriverStarted}},
+        // Read in time linear in its size: this one ends long before the run is given up.
+        {{"apply", path("many-keys.json")}, 5, {path("many-keys.json") + ":2:3: unknown key 'K0'"}},
         {{"apply", path("fast.json")}, 5, {path("fast.json") + ":1:2: ExposureTime must be a finite number, not 'fast'"}},
         {{"apply", path("overflow.json")}, 5, {path("overflow.json") + ":2:13: Camera/Gain: number overflow"},
          {"json.exception"}},
