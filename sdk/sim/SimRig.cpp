@@ -36,7 +36,8 @@ public:
 
     [[noreturn]] void fail(const std::string& message) const { throw RigError{pointer, message}; }
 
-    void expectObject(std::initializer_list<const char*> keys) const {
+    void expectObject(std::initializer_list<const char*> keys) const { expectObject(std::vector<const char*>(keys)); }
+    void expectObject(const std::vector<const char*>& keys) const {
         if (!value.is_object()) fail("expected an object");
         for (const auto& item : value.items()) {
             if (std::none_of(keys.begin(), keys.end(), [&](const char* key) { return item.key() == key; })) {
@@ -134,9 +135,13 @@ FrameFault readFrameFault(const Reader& r) {
 }
 
 CameraConfig readCamera(const Reader& r, std::size_t index) {
-    r.expectObject({"serial", "model", "vendor", "width", "height", "widthIncrement", "heightIncrement",
-                    "pixelFormats", "exposure", "gain", "blackLevel", "balanceRatio", "frameRate", "condition",
-                    "unplugAfterFrames", "frameFaults", "frameIds"});
+    std::vector<const char*> keys{"serial", "model", "vendor", "width", "height", "widthIncrement", "heightIncrement",
+                                  "pixelFormats"};
+    for (const auto& row : kFeatureRows)
+        if (std::none_of(keys.begin(), keys.end(), [&](const char* key) { return key == std::string(row.rigKey); }))
+            keys.push_back(row.rigKey);
+    keys.insert(keys.end(), {"frameRate", "condition", "unplugAfterFrames", "frameFaults", "frameIds"});
+    r.expectObject(keys);
     CameraConfig camera;
     camera.serial = "SIM" + std::string(index + 1 < 10 ? "000" : index + 1 < 100 ? "00" : "0") +
                     std::to_string(index + 1);
@@ -168,10 +173,7 @@ CameraConfig readCamera(const Reader& r, std::size_t index) {
             camera.pixelFormats.push_back(code);
         }
     }
-    readRange(r, "exposure", camera.exposure);
-    readRange(r, "gain", camera.gain);
-    readRange(r, "blackLevel", camera.blackLevel);
-    readRange(r, "balanceRatio", camera.balanceRatio);
+    for (const auto& row : kFeatureRows) readRange(r, row.rigKey, camera.ranges[row.feature]);
     readNumber(r, "frameRate", camera.frameRate);
     if (r.has("condition"))
         camera.condition = r.at("condition").word<CameraCondition>({{"normal", CameraCondition::Normal},

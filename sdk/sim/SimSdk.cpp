@@ -42,9 +42,19 @@ auto sensorReader(std::uint32_t* out, std::uint32_t CameraConfig::*member) {
         return Success;
     };
 }
-template <typename Member>
-auto setter(double value, FeatureRange CameraConfig::*range, Member member) {
-    return [value, range, member](Device& d) { return storeFeature(d.config.*range, value, d.*member); };
+// The one accessor of the numeric features; the balance ratio's selector picks its row.
+auto featureReader(double* out, Feature feature) {
+    return [out, feature](Device& d) {
+        if (!out) return InvalidArgument;
+        *out = d.features[feature];
+        return Success;
+    };
+}
+auto featureSetter(double value, Feature feature) {
+    return [value, feature](Device& d) { return storeFeature(d.config.ranges[feature], value, d.features[feature]); };
+}
+Feature balanceFeature(std::uint32_t selector) {
+    return selector == BalanceSelector::Red ? Feature::RedRatio : Feature::BlueRatio;
 }
 // Width or height: `minimum`, the sensor's size and its increment bound it.
 auto sizeSetter(std::uint32_t value, std::uint32_t minimum, std::uint32_t CameraConfig::*sensor,
@@ -375,39 +385,37 @@ Result SimSdk::sdkSetTriggerActivation(CameraHandle camera, std::uint32_t activa
 // ---- Exposure, gain, black level and white balance ----
 
 Result SimSdk::sdkGetExposureTime(CameraHandle camera, double* value) {
-    return impl->withCamera(Op::sdkGetExposureTime, camera, Access::Read, reader(value, &Device::exposure));
+    return impl->withCamera(Op::sdkGetExposureTime, camera, Access::Read, featureReader(value, Feature::Exposure));
 }
 Result SimSdk::sdkSetExposureTime(CameraHandle camera, double value) {
     return impl->withCamera(Op::sdkSetExposureTime, camera, Access::Control,
-                            setter(value, &CameraConfig::exposure, &Device::exposure));
+                            featureSetter(value, Feature::Exposure));
 }
 Result SimSdk::sdkGetGain(CameraHandle camera, double* value) {
-    return impl->withCamera(Op::sdkGetGain, camera, Access::Read, reader(value, &Device::gain));
+    return impl->withCamera(Op::sdkGetGain, camera, Access::Read, featureReader(value, Feature::Gain));
 }
 Result SimSdk::sdkSetGain(CameraHandle camera, double value) {
-    return impl->withCamera(Op::sdkSetGain, camera, Access::Control, setter(value, &CameraConfig::gain, &Device::gain));
+    return impl->withCamera(Op::sdkSetGain, camera, Access::Control, featureSetter(value, Feature::Gain));
 }
 Result SimSdk::sdkGetBlackLevel(CameraHandle camera, double* value) {
-    return impl->withCamera(Op::sdkGetBlackLevel, camera, Access::Read, reader(value, &Device::blackLevel));
+    return impl->withCamera(Op::sdkGetBlackLevel, camera, Access::Read, featureReader(value, Feature::BlackLevel));
 }
 Result SimSdk::sdkSetBlackLevel(CameraHandle camera, double value) {
     return impl->withCamera(Op::sdkSetBlackLevel, camera, Access::Control,
-                            setter(value, &CameraConfig::blackLevel, &Device::blackLevel));
+                            featureSetter(value, Feature::BlackLevel));
 }
 
 Result SimSdk::sdkGetBalanceRatio(CameraHandle camera, std::uint32_t selector, double* value) {
     return impl->withCamera(Op::sdkGetBalanceRatio, camera, Access::Read, [&](Device& d) {
         if (!validSelector(selector)) return ValueNotSupported;
-        if (!value) return InvalidArgument;
-        *value = selector == BalanceSelector::Red ? d.redRatio : d.blueRatio;
-        return Success;
+        return featureReader(value, balanceFeature(selector))(d);
     });
 }
 
 Result SimSdk::sdkSetBalanceRatio(CameraHandle camera, std::uint32_t selector, double value) {
     return impl->withCamera(Op::sdkSetBalanceRatio, camera, Access::Control, [&](Device& d) {
         if (!validSelector(selector)) return ValueNotSupported;
-        return storeFeature(d.config.balanceRatio, value, selector == BalanceSelector::Red ? d.redRatio : d.blueRatio);
+        return featureSetter(value, balanceFeature(selector))(d);
     });
 }
 
