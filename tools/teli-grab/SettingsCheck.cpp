@@ -9,37 +9,19 @@
 
 #include "Interrupt.h"
 #include "TavriCommon/JsonText.h"
-#include "settings/SettingsOld.h"
+#include "settings/CameraSettings.h"
 
 namespace TeliGrab {
 
-namespace {
-
-namespace Camera = SettingsOld::Camera;
-
-}  // namespace
-
 const std::vector<KeyRule>& settingRules() {
-    static const std::vector<KeyRule> known{
-        {SettingsOld::ExposureTime, true, {}},
-        {Camera::Gain, true, {}},
-        {Camera::BlackLevel, true, {}},
-        {SettingsOld::RedBalance, true, {}},
-        {SettingsOld::BlueBalance, true, {}},
-        {Camera::ColorMode,
-         false,
-         {Camera::ColorModeValues::Gray, Camera::ColorModeValues::Color, Camera::ColorModeValues::Raw}},
-        {Camera::TriggerType,
-         false,
-         {Camera::TriggerTypeValues::Hardware, Camera::TriggerTypeValues::Software,
-          Camera::TriggerTypeValues::NoTrigger}},
-        {Camera::TriggerPolarity,
-         false,
-         {Camera::TriggerPolarityValues::FallingEdge, Camera::TriggerPolarityValues::RisingEdge}},
-        // Described but read-only: accepted so that a saved tree applies as it is.
-        {Camera::BayerLayout, false, {}},
-    };
-    return known;
+    static const std::vector<KeyRule> rules = [] {
+        std::vector<KeyRule> fromTable;
+        // A read-only word is described but has no words to be written with.
+        for (const auto& row : CameraSettings::table())
+            fromTable.push_back({row.key, row.numeric, row.writable ? row.words : std::vector<std::string>{}});
+        return fromTable;
+    }();
+    return rules;
 }
 
 namespace {
