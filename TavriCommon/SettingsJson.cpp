@@ -1,17 +1,15 @@
-// JSON loading and saving of settings trees. The loader takes nlohmann's SAX events
-// (its parser keeps its own stack, no recursion) and builds the tree with an explicit
+// JSON loading and saving of settings trees. The loader takes the events of the one JSON
+// parse (JsonText.h), which keeps its own stack, and builds the tree with an explicit
 // stack of open groups; the saver walks the tree with an explicit stack too. Neither
 // recurses once per level, so no file can exhaust the thread's stack.
 
-#include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <unordered_set>
 
 #include "TavriCommon/Exceptions.h"
+#include "TavriCommon/JsonText.h"
 #include "TavriCommon/Settings.h"
 #include "TavriCommon/SettingsNode.h"
 
@@ -21,81 +19,53 @@ namespace {
 using Kind = SettingsNode::Kind;
 using json = nlohmann::json;
 
-// Hands the text to the parser one character at a time and remembers how far it got,
-// so that refusals raised from SAX events can name a line and a column.
-class CountingIterator {
-public:
-    using iterator_category = std::input_iterator_tag;
-    using value_type = char;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const char*;
-    using reference = const char&;
-
-    CountingIterator(const char* at, const char** reached) : at_(at), reached_(reached) {}
-    reference operator*() const { return *at_; }
-    CountingIterator& operator++() {
-        *reached_ = ++at_;
-        return *this;
-    }
-    bool operator==(const CountingIterator& other) const { return at_ == other.at_; }
-    bool operator!=(const CountingIterator& other) const { return at_ != other.at_; }
-
-private:
-    const char* at_;
-    const char** reached_;
-};
-
 std::string sizeRefusal(const std::string& origin, const std::string& size) {
     return "Failed to load settings file '" + origin + "': it holds " + size + " bytes, more than the " +
            std::to_string(TSettings::maxJsonBytes) + " a settings file may hold";
 }
 
-class TreeBuilder {
+class TreeBuilder : public Json::Events {
 public:
-    TreeBuilder(const std::string& text, const std::string& origin) : text_(text), origin_(origin) {
-        reached_ = text_.data();
-    }
+    TreeBuilder(const std::string& text, const std::string& origin) : parse_(text), origin_(origin) {}
 
     std::shared_ptr<SettingsNode> build() {
-        const char* begin = text_.data();
-        const char* end = begin + text_.size();
-        json::sax_parse(CountingIterator(begin, &reached_), CountingIterator(end, &reached_), this);
+        parse_.run(*this);
         return root_;
     }
 
-    // SAX events; a refusal throws, so every event that returns at all returns true.
-    bool null() { return refuseValue("null"); }
-    bool boolean(bool) { return refuseValue("boolean"); }
-    bool binary(json::binary_t&) { return refuseValue("binary"); }
-    bool number_integer(json::number_integer_t value) { return number(static_cast<double>(value)); }
-    bool number_unsigned(json::number_unsigned_t value) { return number(static_cast<double>(value)); }
-    bool number_float(json::number_float_t value, const std::string&) { return number(value); }
+    // A refusal throws, so an event that returns has taken its value.
+    void null() override { refuseValue("null"); }
+    void boolean(bool) override { refuseValue("boolean"); }
+    void number(double value) override {
+        if (!stack_.empty() && stack_.back().kind != Frame::Group) refuseInWord();
+        auto node = newNode();
+        node->kind = Kind::Number;
+        node->number = value;
+    }
 
-    bool string(std::string& value) {
+    void string(std::string& value) override {
         if (!stack_.empty() && stack_.back().kind == Frame::Range) {
             stack_.back().node->range.push_back(std::move(value));
-            return true;
+            return;
         }
         if (!stack_.empty() && stack_.back().kind == Frame::Word) {
             if (stack_.back().key != "$value") refuseInWord();
             stack_.back().node->word = std::move(value);
-            return true;
+            return;
         }
         auto node = newNode();
         node->kind = Kind::Word;
         node->word = std::move(value);
-        return true;
     }
 
-    bool start_object(std::size_t) {
+    void startObject() override {
         if (!stack_.empty() && stack_.back().kind != Frame::Group) refuseInWord();
         if (stack_.size() >= TSettings::maxJsonDepth)
             refuse("groups nest deeper than " + std::to_string(TSettings::maxJsonDepth) + " levels");
         stack_.push_back({Frame::Group, newNode(), {}, {}});
-        return true;
     }
 
-    bool key(std::string& name) {
+    void key(std::string& name) override {
         Frame& frame = stack_.back();
         const bool reserved = isReservedSettingsKey(name);
         if (frame.kind == Frame::Group && reserved) {
@@ -111,40 +81,29 @@ public:
         }
         if (!frame.keys.insert(name).second) refuse("duplicate key '" + name + "' in " + describe(*frame.node));
         frame.key = std::move(name);
-        return true;
     }
 
-    bool end_object() {
+    void endObject() override {
         const Frame& frame = stack_.back();
         if (frame.kind == Frame::Word && !frame.keys.count("$value"))
             refuse(describe(*frame.node) + " has '$range' but no '$value'");
         stack_.pop_back();
-        return true;
     }
 
-    bool start_array(std::size_t) {
+    void startArray() override {
         if (!stack_.empty() && stack_.back().kind == Frame::Word && stack_.back().key == "$range") {
             stack_.push_back({Frame::Range, stack_.back().node, {}, {}});
-            return true;
+            return;
         }
-        return refuseValue("array");
+        refuseValue("array");
     }
 
-    bool end_array() {
-        stack_.pop_back();
-        return true;
-    }
+    void endArray() override { stack_.pop_back(); }
 
-    bool parse_error(std::size_t position, const std::string& token, const nlohmann::detail::exception& error) {
-        // The parser's own count: it has given back the character it read past a number.
-        reached_ = text_.data() + std::min(position, text_.size());
-        if (error.id == 406) refuse("number " + token + " is beyond the range of a double");
-        // nlohmann's text reads "[json.exception.parse_error.101] parse error at line 2,
-        // column 14: syntax error ..."; the position is given our way, the rest kept.
-        const std::string text = error.what();
-        const auto column = text.find(", column ");
-        const auto reason = column == std::string::npos ? std::string::npos : text.find(": ", column);
-        refuse(reason == std::string::npos ? text : text.substr(reason + 2));
+    [[noreturn]] void refuse(const Json::Refusal& refusal) override {
+        if (refusal.kind == Json::Refusal::Kind::NumberOverflow)
+            refuseAt(refusal.offset, "number " + refusal.token + " is beyond the range of a double");
+        refuseAt(refusal.offset, refusal.reason);
     }
 
 private:
@@ -161,15 +120,7 @@ private:
         return SettingsNode::addChild(stack_.back().node, std::move(stack_.back().key));
     }
 
-    bool number(double value) {
-        if (!stack_.empty() && stack_.back().kind != Frame::Group) refuseInWord();
-        auto node = newNode();
-        node->kind = Kind::Number;
-        node->number = value;
-        return true;
-    }
-
-    [[noreturn]] bool refuseValue(const std::string& type) {
+    [[noreturn]] void refuseValue(const std::string& type) {
         if (!stack_.empty() && stack_.back().kind != Frame::Group) refuseInWord();
         if (stack_.empty()) refuse("a settings file must hold a group, a number or a word, not " + type);
         const Frame& frame = stack_.back();
@@ -190,20 +141,17 @@ private:
         return path.empty() ? std::string("the root") : "setting '" + path + "'";
     }
 
-    [[noreturn]] void refuse(const std::string& reason) const {
-        // The position of the last character the parser took.
-        const std::size_t taken = static_cast<std::size_t>(reached_ - text_.data());
-        const std::size_t last = taken == 0 ? 0 : taken - 1;
-        const auto lineStart = last == 0 ? std::string::npos : text_.rfind('\n', last - 1);
-        const std::size_t line = 1 + static_cast<std::size_t>(std::count(text_.begin(), text_.begin() + last, '\n'));
-        const std::size_t column = lineStart == std::string::npos ? last + 1 : last - lineStart;
-        throw RuntimeException("Failed to load settings file '" + origin_ + "' at line " + std::to_string(line) +
-                               ", column " + std::to_string(column) + ": " + reason);
+    // At the last character the parser took.
+    [[noreturn]] void refuse(const std::string& reason) { refuseAt(parse_.taken(), reason); }
+
+    [[noreturn]] void refuseAt(std::size_t offset, const std::string& reason) {
+        const Json::Position at = parse_.position(offset);
+        throw RuntimeException("Failed to load settings file '" + origin_ + "' at line " + std::to_string(at.line) +
+                               ", column " + std::to_string(at.column) + ": " + reason);
     }
 
-    const std::string& text_;
+    Json::Parse parse_;
     const std::string& origin_;
-    const char* reached_;
     std::shared_ptr<SettingsNode> root_;
     std::vector<Frame> stack_;
 };
@@ -299,32 +247,16 @@ private:
     int indent_;
 };
 
-// Reads at most maxJsonBytes + 1 bytes, so that a pipe or a device that never ends is
-// refused once it passes the limit instead of filling memory.
 std::string readBounded(const std::string& fileName) {
-    // Room for the whole file (or the limit, when the size is unknown) is taken at once:
-    // pages are only touched as bytes arrive, and the text is never copied to grow.
-    std::size_t expected = TSettings::maxJsonBytes + 1;
-    std::error_code error;
-    const auto status = std::filesystem::status(fileName, error);
-    if (!error && std::filesystem::is_regular_file(status)) {
-        const auto size = std::filesystem::file_size(fileName, error);
-        if (!error && size > TSettings::maxJsonBytes) throw RuntimeException(sizeRefusal(fileName, std::to_string(size)));
-        if (!error) expected = static_cast<std::size_t>(size) + 1;
+    Json::FileText file = Json::readFile(fileName, TSettings::maxJsonBytes);
+    switch (file.outcome) {
+        case Json::FileText::Outcome::Read: return std::move(file.text);
+        case Json::FileText::Outcome::CannotOpen: throw RuntimeException("Failed to open settings file '" + fileName + "'");
+        case Json::FileText::Outcome::ReadFailed: throw RuntimeException("Failed to read settings file '" + fileName + "'");
+        case Json::FileText::Outcome::TooLarge: break;
     }
-    std::ifstream in(fileName, std::ios::binary);
-    if (!in) throw RuntimeException("Failed to open settings file '" + fileName + "'");
-    std::string text;
-    text.reserve(expected + sizeof(char[1 << 16]));
-    char chunk[1 << 16];
-    while (in) {
-        in.read(chunk, sizeof chunk);
-        text.append(chunk, static_cast<std::size_t>(in.gcount()));
-        if (text.size() > TSettings::maxJsonBytes)
-            throw RuntimeException(sizeRefusal(fileName, "more than " + std::to_string(TSettings::maxJsonBytes)));
-    }
-    if (in.bad()) throw RuntimeException("Failed to read settings file '" + fileName + "'");
-    return text;
+    throw RuntimeException(sizeRefusal(fileName, file.size != 0 ? std::to_string(file.size)
+                                                                  : "more than " + std::to_string(TSettings::maxJsonBytes)));
 }
 
 }  // namespace

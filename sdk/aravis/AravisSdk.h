@@ -29,48 +29,11 @@ public:
     AravisSdk() = default;
     ~AravisSdk() override;
 
-    Result sdkInitialize(std::uint32_t reserved) override;
-    Result sdkTerminate() override;
-    Result sdkGetCameraCount(std::uint32_t* count) override;
-    Result sdkGetCameraInfo(CameraHandle camera, std::uint32_t index, CameraInfoRecord* info) override;
-    Result sdkOpenCamera(std::uint32_t index, CameraHandle* camera, void* reserved1, bool exclusive, void* reserved2,
-                         std::uint32_t mode) override;
-    Result sdkCloseCamera(CameraHandle camera) override;
-    Result sdkOpenStream(CameraHandle camera, EventHandle event, std::uint32_t* payloadSize, StreamHandle* stream,
-                         std::uint32_t reserved) override;
-    Result sdkCloseStream(StreamHandle stream) override;
-    Result sdkStartStream(StreamHandle stream, std::uint32_t mode) override;
-    Result sdkStopStream(StreamHandle stream) override;
-    Result sdkCreateRequest(StreamHandle stream, void* buffer, std::uint32_t size, RequestHandle* request) override;
-    Result sdkReleaseRequest(StreamHandle stream, RequestHandle request) override;
-    Result sdkEnqueueRequest(StreamHandle stream, RequestHandle request) override;
-    Result sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* request, std::uint8_t** buffer,
-                                   std::uint32_t* size) override;
-    Result sdkFlushWaitQueue(StreamHandle stream) override;
+    // The 37 operations of sdk/SdkOperations.h (spelt out in sdk/TeliSdk.h).
+    TAVRI_SDK_OVERRIDES
+
     // Frame id, camera and capture time and status of the last take's buffer.
     bool frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* info) override;
-    Result sdkGetSensorWidth(CameraHandle camera, std::uint32_t* width) override;
-    Result sdkGetSensorHeight(CameraHandle camera, std::uint32_t* height) override;
-    Result sdkGetWidth(CameraHandle camera, std::uint32_t* width) override;
-    Result sdkSetWidth(CameraHandle camera, std::uint32_t width) override;
-    Result sdkGetHeight(CameraHandle camera, std::uint32_t* height) override;
-    Result sdkSetHeight(CameraHandle camera, std::uint32_t height) override;
-    Result sdkSetPixelFormat(CameraHandle camera, std::uint32_t format) override;
-    Result sdkGetTriggerMode(CameraHandle camera, bool* on) override;
-    Result sdkSetTriggerMode(CameraHandle camera, bool on) override;
-    Result sdkSetTriggerSequence(CameraHandle camera, std::uint32_t sequence) override;
-    Result sdkSetTriggerSource(CameraHandle camera, std::uint32_t source) override;
-    Result sdkExecuteSoftwareTrigger(CameraHandle camera) override;
-    Result sdkGetTriggerActivation(CameraHandle camera, std::uint32_t* activation) override;
-    Result sdkSetTriggerActivation(CameraHandle camera, std::uint32_t activation) override;
-    Result sdkGetExposureTime(CameraHandle camera, double* value) override;
-    Result sdkSetExposureTime(CameraHandle camera, double value) override;
-    Result sdkGetGain(CameraHandle camera, double* value) override;
-    Result sdkSetGain(CameraHandle camera, double value) override;
-    Result sdkGetBlackLevel(CameraHandle camera, double* value) override;
-    Result sdkSetBlackLevel(CameraHandle camera, double value) override;
-    Result sdkGetBalanceRatio(CameraHandle camera, std::uint32_t selector, double* value) override;
-    Result sdkSetBalanceRatio(CameraHandle camera, std::uint32_t selector, double value) override;
 
 private:
     struct CameraSlot {

@@ -52,10 +52,7 @@ void checkCamera(const CameraConfig& c, const std::string& where) {
     }
     if (formats.count(PixelFormat::BayerBG8) && (c.widthIncrement % 2 || c.heightIncrement % 2))
         fail(where + ": BayerBG8 needs even increments");
-    checkRange(c.exposure, where + " exposure");
-    checkRange(c.gain, where + " gain");
-    checkRange(c.blackLevel, where + " blackLevel");
-    checkRange(c.balanceRatio, where + " balanceRatio");
+    for (const auto& row : kFeatureRows) checkRange(c.ranges[row.feature], where + " " + row.rigKey);
     if (!(c.frameRate == 0.0 || rateInRange(c.frameRate))) fail(where + ": frameRate must be 0 or 0.01 ... 1000");
     if (c.unplugAfterFrames < -1 || c.unplugAfterFrames > 0xFFFFFFFFll)
         fail(where + ": unplugAfterFrames must be -1 or 0 ... 4294967295");

@@ -3,6 +3,7 @@
 // the ranges every value must lie in, and the settings a frame is taken with. Plain
 // data; the file reader is sdk/sim/SimRig.h, the behaviour sdk/sim/README.md.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -41,6 +42,44 @@ struct FeatureRange {
     double increment = 1.0;
     double initial = 0.0;
 };
+
+// The camera's numeric features. A feature is one row of kFeatureRows (its key in a rig
+// file and its default range) plus its effect in SimRender: the rig file, the checks,
+// the stored value and the SDK's get and set bodies all go through the row.
+enum class Feature : std::uint8_t { Exposure, Gain, BlackLevel, RedRatio, BlueRatio };
+constexpr std::size_t kFeatureCount = 5;
+
+struct FeatureRow {
+    Feature feature;
+    const char* rigKey;
+    FeatureRange range;
+};
+// Red and blue ratios share one key: a rig gives the balance ratio one range.
+constexpr FeatureRow kFeatureRows[kFeatureCount] = {
+    {Feature::Exposure, "exposure", {20.0, 1000000.0, 1.0, 10000.0}},
+    {Feature::Gain, "gain", {0.0, 24.0, 0.1, 0.0}},
+    {Feature::BlackLevel, "blackLevel", {0.0, 64.0, 0.25, 0.0}},
+    {Feature::RedRatio, "balanceRatio", {0.25, 4.0, 1.0 / 64.0, 1.0}},
+    {Feature::BlueRatio, "balanceRatio", {0.25, 4.0, 1.0 / 64.0, 1.0}},
+};
+
+// One value per feature, indexed by Feature.
+template <typename Value>
+struct PerFeature {
+    std::array<Value, kFeatureCount> values;
+    constexpr Value& operator[](Feature f) { return values[static_cast<std::size_t>(f)]; }
+    constexpr const Value& operator[](Feature f) const { return values[static_cast<std::size_t>(f)]; }
+};
+constexpr PerFeature<FeatureRange> defaultRanges() {
+    PerFeature<FeatureRange> ranges{};
+    for (const auto& row : kFeatureRows) ranges[row.feature] = row.range;
+    return ranges;
+}
+constexpr PerFeature<double> initialValues(const PerFeature<FeatureRange>& ranges) {
+    PerFeature<double> values{};
+    for (std::size_t i = 0; i < kFeatureCount; ++i) values.values[i] = ranges.values[i].initial;
+    return values;
+}
 
 enum class CameraCondition { Normal, Hung, Dead, Unplugged };
 
@@ -81,10 +120,7 @@ struct CameraConfig {
     std::uint32_t widthIncrement = 8;
     std::uint32_t heightIncrement = 2;
     std::vector<std::uint32_t> pixelFormats{PixelFormat::Mono8, PixelFormat::RGB8, PixelFormat::BayerBG8};
-    FeatureRange exposure{20.0, 1000000.0, 1.0, 10000.0};
-    FeatureRange gain{0.0, 24.0, 0.1, 0.0};
-    FeatureRange blackLevel{0.0, 64.0, 0.25, 0.0};
-    FeatureRange balanceRatio{0.25, 4.0, 1.0 / 64.0, 1.0};
+    PerFeature<FeatureRange> ranges = defaultRanges();
     double frameRate = 0.0; // free run, frames per second; 0 takes the rig's
     CameraCondition condition = CameraCondition::Normal;
     std::int64_t unplugAfterFrames = -1; // -1: never
@@ -142,11 +178,7 @@ struct FrameSettings {
     std::uint32_t pixelFormat = PixelFormat::Mono8;
     std::uint32_t width = 0;
     std::uint32_t height = 0;
-    double exposure = 10000.0;
-    double gain = 0.0;
-    double blackLevel = 0.0;
-    double redRatio = 1.0;
-    double blueRatio = 1.0;
+    PerFeature<double> features = initialValues(defaultRanges());
 
     std::uint64_t imageBytes() const {
         return static_cast<std::uint64_t>(width) * height * bytesPerPixel(pixelFormat);

@@ -17,9 +17,7 @@ Device::Device(std::size_t index, const CameraConfig& config, const RigConfig& r
       pulsePeriod(1.0 / rig.projector.rate), pulseWidth(rig.projector.pulseWidthMs / 1000.0),
       frames(makeFrameSource(rig.render, threads)), frameFaults(config.frameFaults),
       unplugAfter(config.unplugAfterFrames), width(config.width), height(config.height),
-      pixelFormat(config.pixelFormats.front()), exposure(config.exposure.initial), gain(config.gain.initial),
-      blackLevel(config.blackLevel.initial), redRatio(config.balanceRatio.initial),
-      blueRatio(config.balanceRatio.initial), condition_(config.condition),
+      pixelFormat(config.pixelFormats.front()), features(initialValues(config.ranges)), condition_(config.condition),
       plugged_(config.condition != CameraCondition::Unplugged), presence_(presence) {}
 
 Device::~Device() = default;
@@ -43,11 +41,7 @@ FrameSettings Device::settings() const {
     s.pixelFormat = pixelFormat;
     s.width = width;
     s.height = height;
-    s.exposure = exposure;
-    s.gain = gain;
-    s.blackLevel = blackLevel;
-    s.redRatio = redRatio;
-    s.blueRatio = blueRatio;
+    s.features = features;
     return s;
 }
 

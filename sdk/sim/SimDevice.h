@@ -62,7 +62,7 @@ struct Device : std::enable_shared_from_this<Device> {
     std::uint32_t triggerSource = TriggerSourceCode::Hardware;
     std::uint32_t triggerActivation = 1;
     std::uint32_t triggerSequence = 0;
-    double exposure, gain, blackLevel, redRatio, blueRatio;
+    PerFeature<double> features;  // as stored: on the grid of their ranges
     CameraObj* primary = nullptr;
     std::vector<CameraObj*> secondaries;
     StreamObj* stream = nullptr;

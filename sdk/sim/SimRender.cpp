@@ -196,11 +196,13 @@ void renderInto(const Scene& scene, const ProjectorConfig& projector, const Fram
     std::vector<float> illumination(columns);
     for (std::uint32_t u = 0; u < columns; ++u) illumination[u] = kAmbient + (1.0f - kAmbient) * light[u];
 
-    const double level = 255.0 * settings.exposure / kReferenceExposure * std::pow(10.0, settings.gain / 20.0) / 255.0;
-    const float balance[3] = {static_cast<float>(settings.redRatio), 1.0f, static_cast<float>(settings.blueRatio)};
+    const double level = 255.0 * settings.features[Feature::Exposure] / kReferenceExposure *
+                         std::pow(10.0, settings.features[Feature::Gain] / 20.0) / 255.0;
+    const float balance[3] = {static_cast<float>(settings.features[Feature::RedRatio]), 1.0f,
+                              static_cast<float>(settings.features[Feature::BlueRatio])};
     float gainOf[3];
     for (int c = 0; c < 3; ++c) gainOf[c] = static_cast<float>(level) * kSensitivity[c] * balance[c];
-    const float black = static_cast<float>(settings.blackLevel) + 0.5f;  // + 0.5: round on truncation
+    const float black = static_cast<float>(settings.features[Feature::BlackLevel]) + 0.5f;  // + 0.5: round on truncation
     const auto clampByte = [](float v) -> std::uint8_t {
         return !(v > 0.0f) ? 0 : v >= 255.0f ? 255 : static_cast<std::uint8_t>(v);  // NaN: 0
     };

@@ -1,19 +1,17 @@
-// The rig file reader: a bounded, linear scan of the text first (size, nesting, numbers
-// that overflow), then the JSON parser, then the reader of the rig's keys. Every error
-// names the source, line and column.
+// The rig file reader: the one JSON parse (bounded nesting, numbers that overflow
+// refused where they stand, every value's position kept), then the reader of the rig's
+// keys. Every error names the source, line and column.
 
 #include "sdk/sim/SimRig.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
 
 #include <nlohmann/json.hpp>
 
 #include "TavriCommon/Exceptions.h"
+#include "TavriCommon/JsonText.h"
 
 namespace Tavri::sim {
 namespace {
@@ -26,156 +24,11 @@ struct RigError {
     std::string message;
 };
 
-std::string position(const std::string& text, std::size_t offset) {
-    std::size_t line = 1, column = 1;
-    for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
-        if (text[i] == '\n') {
-            ++line;
-            column = 1;
-        } else {
-            ++column;
-        }
-    }
-    return std::to_string(line) + ":" + std::to_string(column);
-}
-
 [[noreturn]] void refuse(const std::string& source, const std::string& text, std::size_t offset,
                          const std::string& what) {
-    throw RuntimeException(source + ":" + position(text, offset) + ": " + what);
+    const Json::Position at = Json::Lines(text).at(offset);
+    throw RuntimeException(source + ":" + std::to_string(at.line) + ":" + std::to_string(at.column) + ": " + what);
 }
-
-// One pass over the text before it is parsed: nesting beyond kMaxRigDepth and numbers
-// that no double holds are refused where they stand. Malformed text is left to the
-// parser, which reports it with its position.
-void scan(const std::string& text, const std::string& source) {
-    std::size_t depth = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (c == '"') {
-            for (++i; i < text.size() && text[i] != '"'; ++i)
-                if (text[i] == '\\') ++i;
-        } else if (c == '{' || c == '[') {
-            if (++depth > kMaxRigDepth)
-                refuse(source, text, i, "nested deeper than " + std::to_string(kMaxRigDepth) + " levels");
-        } else if (c == '}' || c == ']') {
-            if (depth > 0) --depth;
-        } else if (c == '-' || (c >= '0' && c <= '9')) {
-            const std::size_t start = i;
-            while (i + 1 < text.size() && std::strchr("+-.eE0123456789", text[i + 1])) ++i;
-            const std::string token = text.substr(start, i - start + 1);
-            errno = 0;
-            const double value = std::strtod(token.c_str(), nullptr);
-            if (std::isinf(value) || (errno == ERANGE && std::fabs(value) > 1.0))
-                refuse(source, text, start, "number out of range: " + token.substr(0, 32));
-        }
-    }
-}
-
-// The offset of the value at `target` (a JSON pointer) in a well-formed text whose
-// nesting scan() bounded, so the recursion is at most kMaxRigDepth deep.
-class Locator {
-public:
-    Locator(const std::string& text, const std::string& target) : text(text), target(target) {
-        skipSpace();
-        value("");
-    }
-    std::size_t offset() const { return found; }
-
-private:
-    const std::string& text;
-    const std::string& target;
-    std::size_t pos = 0;
-    std::size_t found = 0;
-    bool done = false;
-
-    char peek() const { return pos < text.size() ? text[pos] : '\0'; }
-    void skipSpace() {
-        while (pos < text.size() && std::strchr(" \t\r\n", text[pos])) ++pos;
-    }
-    static std::string escape(const std::string& key) {
-        std::string out;
-        for (char c : key) out += c == '~' ? "~0" : c == '/' ? "~1" : std::string(1, c);
-        return out;
-    }
-    std::string string() {
-        std::string out;
-        ++pos;
-        while (pos < text.size() && text[pos] != '"') {
-            if (text[pos] == '\\') ++pos;
-            if (pos < text.size()) out += text[pos++];
-        }
-        ++pos;
-        return out;
-    }
-    void value(const std::string& pointer) {
-        if (done) return;
-        if (pointer == target) {
-            found = pos;
-            done = true;
-            return;
-        }
-        // Only a value whose pointer leads to the target is entered.
-        const bool onPath = target.compare(0, pointer.size() + 1, pointer + "/") == 0;
-        const char c = peek();
-        if (c == '{') {
-            members('}', pointer, onPath, [this](std::size_t) {
-                const std::string key = string();
-                skipSpace();
-                ++pos;  // ':'
-                skipSpace();
-                return escape(key);
-            });
-        } else if (c == '[') {
-            members(']', pointer, onPath, [](std::size_t index) { return std::to_string(index); });
-        } else {
-            skip();
-        }
-    }
-    // The members of an object or the elements of an array, up to `close`; only the one
-    // on the path to the target is entered. `child` reads what names the next one.
-    template <typename Child>
-    void members(char close, const std::string& pointer, bool onPath, Child&& child) {
-        ++pos;
-        skipSpace();
-        for (std::size_t index = 0; !done && pos < text.size() && peek() != close; ++index) {
-            const std::string name = child(index);
-            if (onPath)
-                value(pointer + "/" + name);
-            else
-                skip();
-            skipSpace();
-            if (peek() == ',') ++pos;
-            skipSpace();
-        }
-        ++pos;
-    }
-    // Steps over one value without recursion.
-    void skip() {
-        const char c = peek();
-        if (c == '"') {
-            string();
-            return;
-        }
-        if (c != '{' && c != '[') {
-            while (pos < text.size() && !std::strchr(",}] \t\r\n", text[pos])) ++pos;
-            return;
-        }
-        std::size_t depth = 0;
-        while (pos < text.size()) {
-            const char d = text[pos];
-            if (d == '"') {
-                string();
-                continue;
-            }
-            ++pos;
-            if (d == '{' || d == '[') {
-                ++depth;
-            } else if ((d == '}' || d == ']') && --depth == 0) {
-                return;
-            }
-        }
-    }
-};
 
 class Reader {
 public:
@@ -183,7 +36,8 @@ public:
 
     [[noreturn]] void fail(const std::string& message) const { throw RigError{pointer, message}; }
 
-    void expectObject(std::initializer_list<const char*> keys) const {
+    void expectObject(std::initializer_list<const char*> keys) const { expectObject(std::vector<const char*>(keys)); }
+    void expectObject(const std::vector<const char*>& keys) const {
         if (!value.is_object()) fail("expected an object");
         for (const auto& item : value.items()) {
             if (std::none_of(keys.begin(), keys.end(), [&](const char* key) { return item.key() == key; })) {
@@ -281,9 +135,13 @@ FrameFault readFrameFault(const Reader& r) {
 }
 
 CameraConfig readCamera(const Reader& r, std::size_t index) {
-    r.expectObject({"serial", "model", "vendor", "width", "height", "widthIncrement", "heightIncrement",
-                    "pixelFormats", "exposure", "gain", "blackLevel", "balanceRatio", "frameRate", "condition",
-                    "unplugAfterFrames", "frameFaults", "frameIds"});
+    std::vector<const char*> keys{"serial", "model", "vendor", "width", "height", "widthIncrement", "heightIncrement",
+                                  "pixelFormats"};
+    for (const auto& row : kFeatureRows)
+        if (std::none_of(keys.begin(), keys.end(), [&](const char* key) { return key == std::string(row.rigKey); }))
+            keys.push_back(row.rigKey);
+    keys.insert(keys.end(), {"frameRate", "condition", "unplugAfterFrames", "frameFaults", "frameIds"});
+    r.expectObject(keys);
     CameraConfig camera;
     camera.serial = "SIM" + std::string(index + 1 < 10 ? "000" : index + 1 < 100 ? "00" : "0") +
                     std::to_string(index + 1);
@@ -315,10 +173,7 @@ CameraConfig readCamera(const Reader& r, std::size_t index) {
             camera.pixelFormats.push_back(code);
         }
     }
-    readRange(r, "exposure", camera.exposure);
-    readRange(r, "gain", camera.gain);
-    readRange(r, "blackLevel", camera.blackLevel);
-    readRange(r, "balanceRatio", camera.balanceRatio);
+    for (const auto& row : kFeatureRows) readRange(r, row.rigKey, camera.ranges[row.feature]);
     readNumber(r, "frameRate", camera.frameRate);
     if (r.has("condition"))
         camera.condition = r.at("condition").word<CameraCondition>({{"normal", CameraCondition::Normal},
@@ -386,24 +241,23 @@ RigConfig readRig(const Reader& r) {
 RigConfig parseRig(const std::string& text, const std::string& sourceName) {
     if (text.size() > kMaxRigFileBytes)
         refuse(sourceName, text, kMaxRigFileBytes, "larger than " + std::to_string(kMaxRigFileBytes) + " bytes");
-    scan(text, sourceName);
-    json document;
+    Json::Document document;
     try {
-        document = json::parse(text);
-    } catch (const json::parse_error& error) {
-        const std::size_t offset = error.byte > 0 ? error.byte - 1 : 0;
-        std::string what = error.what();
-        const auto cut = what.find("syntax error");
-        if (cut != std::string::npos) what = what.substr(cut);
-        refuse(sourceName, text, offset, "malformed JSON: " + what);
-    } catch (const json::exception& error) {
-        refuse(sourceName, text, 0, std::string("malformed JSON: ") + error.what());
+        document = Json::parseDocument(text, kMaxRigDepth);
+    } catch (const Json::ParseFailure& failure) {
+        const Json::Refusal& refusal = failure.refusal;
+        if (refusal.kind == Json::Refusal::Kind::TooDeep)
+            refuse(sourceName, text, refusal.offset, "nested deeper than " + std::to_string(kMaxRigDepth) + " levels");
+        if (refusal.kind == Json::Refusal::Kind::NumberOverflow)
+            refuse(sourceName, text, refusal.tokenStart, "number out of range: " + refusal.token.substr(0, 32));
+        refuse(sourceName, text, refusal.offset, "malformed JSON: " + refusal.reason);
     }
     RigConfig rig;
     try {
-        rig = readRig(Reader(document, ""));
+        rig = readRig(Reader(document.value, ""));
     } catch (const RigError& error) {
-        refuse(sourceName, text, Locator(text, error.pointer).offset(),
+        const auto start = document.starts.find(error.pointer);
+        refuse(sourceName, text, start == document.starts.end() ? 0 : start->second,
                "at " + (error.pointer.empty() ? std::string("/") : error.pointer) + ": " + error.message);
     }
     try {
@@ -415,13 +269,11 @@ RigConfig parseRig(const std::string& text, const std::string& sourceName) {
 }
 
 RigConfig loadRigFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw RuntimeException("Cannot read simulated rig file '" + path + "'");
     // Never more than one byte past the limit, whatever the file is (a pipe, a device).
-    std::string content(kMaxRigFileBytes + 1, '\0');
-    file.read(content.data(), static_cast<std::streamsize>(content.size()));
-    content.resize(static_cast<std::size_t>(file.gcount()));
-    return parseRig(content, path);
+    const Json::FileText file = Json::readFile(path, kMaxRigFileBytes);
+    if (file.outcome == Json::FileText::Outcome::CannotOpen || file.outcome == Json::FileText::Outcome::ReadFailed)
+        throw RuntimeException("Cannot read simulated rig file '" + path + "'");
+    return parseRig(file.text, path);
 }
 
 RigConfig rigFromEnvironment() {

@@ -14,8 +14,8 @@
 //   faults [{operation, code, when ("once", "always", "call"), call}].
 // Values must lie in the ranges of sdk/sim/SimConfig.h.
 //
-// A hostile file never takes the host down: a file larger than kMaxRigFileBytes
-// (checked before reading, and while reading for pipes and devices), nesting deeper
+// A hostile file never takes the host down: a file larger than kMaxRigFileBytes (read
+// no further than one byte past it, whatever the file is), nesting deeper
 // than kMaxRigDepth and numbers that overflow a double are refused like any other
 // mistake, with RuntimeException "<source>:<line>:<column>: <what>". No recursion
 // depends on the input, and reading is linear in the file's size.

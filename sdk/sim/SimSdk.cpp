@@ -42,9 +42,19 @@ auto sensorReader(std::uint32_t* out, std::uint32_t CameraConfig::*member) {
         return Success;
     };
 }
-template <typename Member>
-auto setter(double value, FeatureRange CameraConfig::*range, Member member) {
-    return [value, range, member](Device& d) { return storeFeature(d.config.*range, value, d.*member); };
+// The one accessor of the numeric features; the balance ratio's selector picks its row.
+auto featureReader(double* out, Feature feature) {
+    return [out, feature](Device& d) {
+        if (!out) return InvalidArgument;
+        *out = d.features[feature];
+        return Success;
+    };
+}
+auto featureSetter(double value, Feature feature) {
+    return [value, feature](Device& d) { return storeFeature(d.config.ranges[feature], value, d.features[feature]); };
+}
+Feature balanceFeature(std::uint32_t selector) {
+    return selector == BalanceSelector::Red ? Feature::RedRatio : Feature::BlueRatio;
 }
 // Width or height: `minimum`, the sensor's size and its increment bound it.
 auto sizeSetter(std::uint32_t value, std::uint32_t minimum, std::uint32_t CameraConfig::*sensor,
@@ -150,7 +160,7 @@ Result SimSdk::sdkCloseCamera(CameraHandle camera) {
     return Success;
 }
 
-// ---- Stream and request queue ----
+// ---- Stream (its request queue: SimStream.cpp) ----
 
 Result SimSdk::sdkOpenStream(CameraHandle camera, EventHandle event, std::uint32_t* payloadSize, StreamHandle* stream,
                              std::uint32_t) {
@@ -187,92 +197,6 @@ Result SimSdk::sdkStopStream(StreamHandle stream) {
     return impl->withStream(Op::sdkStopStream, stream, Access::HostSide, true,
                             [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
                                 stopAcquisition(d, s, lock);
-                                return Success;
-                            });
-}
-
-Result SimSdk::sdkCreateRequest(StreamHandle stream, void* buffer, std::uint32_t size, RequestHandle* request) {
-    return impl->withStream(Op::sdkCreateRequest, stream, Access::HostSide, false,
-                            [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                if (!request || !buffer || size == 0) return InvalidArgument;
-                                if (s.requests.size() >= kMaxRequestsPerStream) return TooManyRequests;
-                                auto* created = impl->keep(HandleKind::Request, std::make_shared<RequestObj>(
-                                    d.shared_from_this(), &s, static_cast<std::uint8_t*>(buffer), size));
-                                s.requests.push_back(created);
-                                *request = created->handle;
-                                return Success;
-                            });
-}
-
-Result SimSdk::sdkReleaseRequest(StreamHandle stream, RequestHandle request) {
-    return impl->withStream(Op::sdkReleaseRequest, stream, Access::HostSide, false,
-                            [&](Device&, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                RequestObj* r = nullptr;
-                                if (Result code = impl->request(s, request, r)) return code;
-                                if (r->state != RequestObj::State::Held) return RequestBusy;
-                                auto& all = s.requests;
-                                all.erase(std::remove(all.begin(), all.end(), r), all.end());
-                                impl->retire(*r);
-                                return Success;
-                            });
-}
-
-Result SimSdk::sdkEnqueueRequest(StreamHandle stream, RequestHandle request) {
-    return impl->withStream(Op::sdkEnqueueRequest, stream, Access::HostSide, false,
-                            [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                RequestObj* r = nullptr;
-                                if (Result code = impl->request(s, request, r)) return code;
-                                if (r->state != RequestObj::State::Held) return RequestBusy;
-                                queueRequest(d, s, *r);
-                                return Success;
-                            });
-}
-
-Result SimSdk::sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* request, std::uint8_t** buffer,
-                                       std::uint32_t* size) {
-    return impl->withStream(Op::sdkTakeCompletedRequest, stream, Access::HostSide, false,
-                            [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                if (!request || !buffer || !size) return InvalidArgument;
-                                if (s.completed.empty()) {
-                                    s.event.settle(false);
-                                    return NoCompletedRequest;
-                                }
-                                RequestObj* r = s.completed.front();
-                                s.completed.pop_front();
-                                r->state = RequestObj::State::Held;
-                                *request = r->handle;
-                                *buffer = r->buffer;
-                                *size = r->bytes;
-                                s.lastTaken = r;
-                                s.lastTakenId = r->frameId;
-                                s.lastTakenCaptureNs = r->captureNs;
-                                s.lastTakenPulse = r->pulse;
-                                s.lastTakenFailed = r->tooLarge;
-                                const bool failed = r->tooLarge;
-                                // The failed-take rule (sdk/TeliSdk.h): while acquiring, a
-                                // failed frame's request goes straight back to the wait queue.
-                                if (failed && s.acquiring) queueRequest(d, s, *r);
-                                s.event.settle(!s.completed.empty());
-                                return failed ? FrameTooLarge : Success;
-                            });
-}
-
-Result SimSdk::sdkFlushWaitQueue(StreamHandle stream) {
-    return impl->withStream(Op::sdkFlushWaitQueue, stream, Access::HostSide, false,
-                            [&](Device&, StreamObj& s, std::unique_lock<std::mutex>& lock) {
-                                for (auto* r : s.waiting) r->state = RequestObj::State::Held;
-                                s.waiting.clear();
-                                // On a stream still acquiring (a grab that failed left it
-                                // so), frames taken but not yet delivered are dropped too,
-                                // as a stream restart drops them on a camera: every request
-                                // not completed is the host's again, so the next start can
-                                // queue the whole pool. One being drawn is waited for.
-                                s.filled.wait(lock, [&] {
-                                    return std::all_of(s.inFlight.begin(), s.inFlight.end(),
-                                                       [](const InFlight& f) { return f.ready; });
-                                });
-                                for (auto& f : s.inFlight) f.request->state = RequestObj::State::Held;
-                                s.inFlight.clear();
                                 return Success;
                             });
 }
@@ -375,39 +299,37 @@ Result SimSdk::sdkSetTriggerActivation(CameraHandle camera, std::uint32_t activa
 // ---- Exposure, gain, black level and white balance ----
 
 Result SimSdk::sdkGetExposureTime(CameraHandle camera, double* value) {
-    return impl->withCamera(Op::sdkGetExposureTime, camera, Access::Read, reader(value, &Device::exposure));
+    return impl->withCamera(Op::sdkGetExposureTime, camera, Access::Read, featureReader(value, Feature::Exposure));
 }
 Result SimSdk::sdkSetExposureTime(CameraHandle camera, double value) {
     return impl->withCamera(Op::sdkSetExposureTime, camera, Access::Control,
-                            setter(value, &CameraConfig::exposure, &Device::exposure));
+                            featureSetter(value, Feature::Exposure));
 }
 Result SimSdk::sdkGetGain(CameraHandle camera, double* value) {
-    return impl->withCamera(Op::sdkGetGain, camera, Access::Read, reader(value, &Device::gain));
+    return impl->withCamera(Op::sdkGetGain, camera, Access::Read, featureReader(value, Feature::Gain));
 }
 Result SimSdk::sdkSetGain(CameraHandle camera, double value) {
-    return impl->withCamera(Op::sdkSetGain, camera, Access::Control, setter(value, &CameraConfig::gain, &Device::gain));
+    return impl->withCamera(Op::sdkSetGain, camera, Access::Control, featureSetter(value, Feature::Gain));
 }
 Result SimSdk::sdkGetBlackLevel(CameraHandle camera, double* value) {
-    return impl->withCamera(Op::sdkGetBlackLevel, camera, Access::Read, reader(value, &Device::blackLevel));
+    return impl->withCamera(Op::sdkGetBlackLevel, camera, Access::Read, featureReader(value, Feature::BlackLevel));
 }
 Result SimSdk::sdkSetBlackLevel(CameraHandle camera, double value) {
     return impl->withCamera(Op::sdkSetBlackLevel, camera, Access::Control,
-                            setter(value, &CameraConfig::blackLevel, &Device::blackLevel));
+                            featureSetter(value, Feature::BlackLevel));
 }
 
 Result SimSdk::sdkGetBalanceRatio(CameraHandle camera, std::uint32_t selector, double* value) {
     return impl->withCamera(Op::sdkGetBalanceRatio, camera, Access::Read, [&](Device& d) {
         if (!validSelector(selector)) return ValueNotSupported;
-        if (!value) return InvalidArgument;
-        *value = selector == BalanceSelector::Red ? d.redRatio : d.blueRatio;
-        return Success;
+        return featureReader(value, balanceFeature(selector))(d);
     });
 }
 
 Result SimSdk::sdkSetBalanceRatio(CameraHandle camera, std::uint32_t selector, double value) {
     return impl->withCamera(Op::sdkSetBalanceRatio, camera, Access::Control, [&](Device& d) {
         if (!validSelector(selector)) return ValueNotSupported;
-        return storeFeature(d.config.balanceRatio, value, selector == BalanceSelector::Red ? d.redRatio : d.blueRatio);
+        return featureSetter(value, balanceFeature(selector))(d);
     });
 }
 

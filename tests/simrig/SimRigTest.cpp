@@ -1,19 +1,13 @@
 // The simulated rig through the TeliSdk interface, without producer threads:
 // handles, refused values, the request life cycle (benchmark mode completes at once),
-// faults, the rig file and the renderer.
+// faults and listing. The rig file and the renderer have their own files.
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
-#include <cstdlib>
-#include <fstream>
 #include <functional>
-#include <numeric>
 
-#include "TavriCommon/Exceptions.h"
 #include "RigFixture.h"
-#include "sdk/sim/SimRender.h"
 
 namespace Tavri::sim::test {
 namespace {
@@ -285,153 +279,6 @@ TEST_F(Rig, SetRigIsRefusedWhileACameraIsOpen) {
     }
     EXPECT_TRUE(sdk.setRig(one));
     EXPECT_THROW(sdk.condition(1), std::out_of_range);
-}
-
-// ---- The rig file ----
-
-std::string writeFile(const std::string& name, const std::string& text) {
-    const std::string path = ::testing::TempDir() + name;
-    std::ofstream(path) << text;
-    return path;
-}
-
-std::string loadError(const std::string& path) {
-    try {
-        loadRigFile(path);
-    } catch (const RuntimeException& error) {
-        return error.what();
-    }
-    return "no error";
-}
-
-TEST(RigFile, ErrorsNameTheFileAndThePosition) {
-    struct Case {
-        const char* text;
-        std::vector<std::string> expected;  // parts of the message
-    };
-    const Case cases[] = {
-        {"", {"bad-rig.json:1:1"}},
-        {"{\n  \"seed\": 1,\n  \"cameras\": [ {\"serial\": \"A\",, } ]\n}", {"bad-rig.json:3:", "malformed JSON"}},
-        {"{\n  \"cameras\": [\n    {\"serial\": \"A\", \"width\": -5}\n  ]\n}",
-         {"bad-rig.json:3:", "/cameras/0/width", "integer"}},
-        {"{\"projector\": {\"rate\": 60, \"colour\": 1}}", {"bad-rig.json:1:", "/projector/colour", "unknown key"}},
-        {"{\"cameras\": [{\"serial\": \"A\", \"pixelFormats\": [\"Mono12\"]}]}", {"/cameras/0/pixelFormats/0"}},
-        {"{\"faults\": [{\"operation\": \"sdkFly\", \"code\": 3}]}", {"/faults/0/operation", "no SDK operation"}},
-        {"{\"cameras\": [{\"serial\": \"A\"}, {\"serial\": \"A\"}]}", {"bad-rig.json", "serial used twice"}},
-        {"{\"cameras\": [{\"serial\": \"A\", \"width\": 1001}]}", {"bad-rig.json", "multiples"}},
-    };
-    for (const auto& c : cases) {
-        const std::string message = loadError(writeFile("bad-rig.json", c.text));
-        for (const auto& part : c.expected) EXPECT_NE(message.find(part), std::string::npos) << message;
-    }
-    EXPECT_NE(loadError("/nonexistent/rig.json").find("/nonexistent/rig.json"), std::string::npos);
-}
-
-// Hostile files: each is refused with the file and a position, at once, without
-// recursion or memory that grows with the input.
-TEST(RigFile, HostileFilesAreRefusedWithTheirPosition) {
-    struct Case {
-        const char* what;
-        std::string text;
-        std::vector<std::string> expected;  // parts of the message
-    };
-    const Case cases[] = {
-        {"100,000 levels deep", std::string(100000, '['), {"hostile.json:1:17:", "nested deeper than 16"}},
-        {"larger than 1 MiB", "{\"seed\": 1" + std::string(2 << 20, ' ') + "}", {"hostile.json:1:", "larger than 1048576"}},
-        {"overflowing number", "{\n  \"frameRate\": 1e400\n}", {"hostile.json:2:16:", "number out of range: 1e400"}},
-        {"projector rate 1e-12", "{\"projector\": {\"rate\": 1e-12}}", {"hostile.json", "projector rate must be 0.01"}},
-        {"subnormal phase period", "{\"projector\": {\"phasePeriod\": 1e-310}}", {"hostile.json", "phasePeriod"}},
-        {"late by a day", "{\"cameras\": [{\"frameFaults\": [{\"kind\": \"late\", \"delayMs\": 86400000}]}]}",
-         {"hostile.json", "delayMs must be 0 ... 60000"}},
-        {"increment 1e-300", "{\"cameras\": [{\"gain\": {\"min\": 0, \"max\": 1, \"increment\": 1e-300}}]}",
-         {"hostile.json", "gain"}},
-    };
-    for (const auto& c : cases) {
-        const auto started = std::chrono::steady_clock::now();
-        const std::string message = loadError(writeFile("hostile.json", c.text));
-        EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(2)) << c.what;
-        for (const auto& part : c.expected) EXPECT_NE(message.find(part), std::string::npos) << c.what << ": " << message;
-    }
-    // An endless file is read no further than the limit.
-    EXPECT_NE(loadError("/dev/zero").find("/dev/zero:1:1048577: larger than"), std::string::npos);
-}
-
-TEST(RigFile, TheEnvironmentNamesTheRigFileAndItsFaultsApply) {
-    EXPECT_EQ(loadRigFile(std::string(TAVRI_SIM_RIGS) + "/default.json").cameras.size(), 2u);
-    ::setenv("TAVRI_SIM_RIG", (std::string(TAVRI_SIM_RIGS) + "/faulty.json").c_str(), 1);
-    const RigConfig rig = rigFromEnvironment();
-    auto sdk = makeSdk();
-    ::unsetenv("TAVRI_SIM_RIG");
-    EXPECT_EQ(rig.cameras[0].frameFaults.size(), 4u);
-    EXPECT_EQ(rig.cameras[1].condition, CameraCondition::Hung);
-    EXPECT_EQ(rigFromEnvironment().cameras.size(), defaultRig().cameras.size()) << "unset: the default rig";
-    ASSERT_EQ(sdk->sdkInitialize(65535), Success);
-    std::uint32_t count = 0;
-    ASSERT_EQ(sdk->sdkGetCameraCount(&count), Success);
-    EXPECT_EQ(count, 3u);
-    CameraHandle camera = nullptr;
-    ASSERT_EQ(sdk->sdkOpenCamera(0, &camera, nullptr, true, nullptr, 1), Success);
-    ASSERT_EQ(sdk->sdkCloseCamera(camera), Success);
-    EXPECT_EQ(sdk->sdkOpenCamera(0, &camera, nullptr, true, nullptr, 1), 1001u) << "the file's fault: second open";
-}
-
-// ---- The renderer ----
-
-FrameSettings settingsOf(std::uint32_t format, double exposure = 10000.0, double gain = 0.0, double black = 0.0) {
-    return FrameSettings{format, 256, 64, exposure, gain, black};
-}
-
-TEST(RigRender, IsDeterministicForASeedAndDiffersAcrossSeedsCamerasAndPatterns) {
-    const RigConfig rig = smallRig();
-    RigConfig other = rig;
-    other.seed = 2;
-    const auto s = settingsOf(PixelFormat::RGB8);
-    const auto frame = renderFrame(rig, 0, s, 4, 4);
-    EXPECT_EQ(frame, renderFrame(rig, 0, s, 4, 4));
-    EXPECT_NE(frame, renderFrame(other, 0, s, 4, 4));
-    EXPECT_NE(frame, renderFrame(rig, 1, s, 4, 4)) << "each camera sees its own scene";
-    EXPECT_NE(frame, renderFrame(rig, 0, s, 4, 5));
-}
-
-TEST(RigRender, BayerBG8IsTheMosaicOfTheColourFrame) {
-    const RigConfig rig = smallRig();
-    const auto rgb = renderFrame(rig, 0, settingsOf(PixelFormat::RGB8), 2, 9);
-    const auto bayer = renderFrame(rig, 0, settingsOf(PixelFormat::BayerBG8), 2, 9);
-    const int channelAt[2][2] = {{2, 1}, {1, 0}};  // B G / G R
-    for (std::uint32_t y = 2 * kStampCell; y < 64; ++y)
-        for (std::uint32_t x = 0; x < 256; ++x)
-            ASSERT_EQ(bayer[y * 256 + x], rgb[(y * 256 + x) * 3 + channelAt[y & 1][x & 1]]) << x << "," << y;
-}
-
-TEST(RigRender, PatternsAreWhiteBlackGrayCodeThenPhaseShifts) {
-    ProjectorConfig projector;
-    projector.grayBits = 3;
-    projector.phaseSteps = 4;
-    ASSERT_EQ(patternCount(projector), 9u);
-    const auto row = [&](std::uint32_t pattern) { return detail::patternRow(projector, 256, 256, pattern); };
-    EXPECT_EQ(row(0)[100], 1.0f);
-    EXPECT_EQ(row(1)[100], 0.0f);
-    // Gray code of stripe s = s ^ (s >> 1); three bits over 8 stripes of 32 columns.
-    for (std::uint32_t stripe = 0; stripe < 8; ++stripe) {
-        const std::uint32_t gray = stripe ^ (stripe >> 1);
-        for (std::uint32_t bit = 0; bit < 3; ++bit)
-            EXPECT_EQ(row(2 + bit)[stripe * 32 + 16], ((gray >> (2 - bit)) & 1) ? 1.0f : 0.0f);
-    }
-    // Phase steps shift a sinusoid of period 256 / 8 = 32 by a quarter period each.
-    EXPECT_NEAR(row(5)[0], 1.0f, 1e-6);
-    EXPECT_NEAR(row(6)[8], 1.0f, 1e-6);
-    EXPECT_EQ(row(9 + 2), row(2)) << "the sequence repeats";
-}
-
-TEST(RigRender, ExposureGainAndBlackLevelBrightenTheImage) {
-    const auto mean = [](double exposure, double gain, double black) {
-        const auto image = renderFrame(smallRig(), 0, settingsOf(PixelFormat::Mono8, exposure, gain, black), 1, kNoPattern);
-        return std::accumulate(image.begin(), image.end(), 0.0) / image.size();
-    };
-    const double base = mean(5000.0, 0.0, 0.0);
-    EXPECT_GT(mean(10000.0, 0.0, 0.0), base * 1.5);
-    EXPECT_GT(mean(5000.0, 6.0, 0.0), base * 1.5);
-    EXPECT_GT(mean(5000.0, 0.0, 20.0), base + 10.0);
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "TavriCommon/Exceptions.h"
+#include "settings/CameraSettings.h"
 #include "settings/SettingsOld.h"
 #include "tests/unit/DriverProbe.h"
 
@@ -27,6 +30,15 @@ TEST(SettingsDescriptionTest, FreshlyOpenedCameraDescribesItsStartingState) {
     EXPECT_EQ(tree["RedBalance"].toDouble(), 120.0 / 64) << "1.875 lies on the camera's grid";
     EXPECT_EQ(tree["BlueBalance"].toDouble(), 82.0 / 64) << "1.281 is stored as the nearest step";
     EXPECT_TRUE(f.log->texts().empty());
+    // The settings table has a row for each setting described, and no other.
+    std::vector<std::string> described, rows;
+    for (const auto& key : tree.keys())
+        for (const auto& leaf : tree[key].isGroup() ? tree[key].keys() : std::vector<std::string>{""})
+            described.push_back(leaf.empty() ? key : key + "/" + leaf);
+    for (const auto& row : CameraSettings::table()) rows.push_back(row.key);
+    std::sort(described.begin(), described.end());
+    std::sort(rows.begin(), rows.end());
+    EXPECT_EQ(described, rows);
 }
 
 TEST(SettingsDescriptionTest, WordsForTriggerModesPolaritiesAndIllegalModes) {

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "TavriCommon/Exceptions.h"
+#include "TavriCommon/JsonText.h"
 #include "TavriCommon/Settings.h"
 #include "tests/support/TestHelpers.h"
 
@@ -274,6 +275,36 @@ TEST(SettingsTreeTest, HostileAndMalformedFilesAreRefusedByNameAndPosition) {
     EXPECT_LT(peakRssKb() - rssBefore, static_cast<long>(16 * TSettings::maxJsonBytes / 1024));
     std::remove(file.c_str());
     EXPECT_EQ(runtimeError([&] { TSettings::loadJson(file); }), "Failed to open settings file '" + file + "'");
+}
+
+// Positions are counted forward once, and again from the start for an earlier offset;
+// every value's start is found, past escaped quotes and a number's read-ahead.
+TEST(SettingsTreeTest, TheJsonReaderTellsWhereEveryValueStands) {
+    const std::string text = "{\"a\\\"\": [1,\r\n  true],\n\"b\": {\"c\": \"x\\\\\"}, \"d\": -2e3}";
+    Json::Lines lines(text);
+    const struct {
+        std::size_t offset, line, column;
+    } positions[] = {{9, 1, 10}, {13, 2, 1}, {0, 1, 1}, {22, 3, 1}, {text.size() + 5, 3, text.size() - 22 + 1}};
+    for (const auto& p : positions) {
+        const Json::Position at = lines.at(p.offset);
+        EXPECT_EQ(at.line, p.line) << p.offset;
+        EXPECT_EQ(at.column, p.column) << p.offset;
+    }
+    const auto document = Json::parseDocument(text, 3);
+    const std::pair<std::string, std::string> starts[] = {
+        {"", "{\"a"}, {"/a\"", "[1,"}, {"/a\"/0", "1,"}, {"/a\"/1", "true]"}, {"/b/c", "\"x\\"}, {"/d", "-2e3}"}};
+    for (const auto& [path, from] : starts) {
+        ASSERT_EQ(document.starts.count(path), 1u) << path;
+        EXPECT_EQ(text.substr(document.starts.at(path), from.size()), from) << path;
+    }
+    EXPECT_EQ(document.value["d"], -2000.0);
+    try {
+        Json::parseDocument("[[[[1]]]]", 3);
+        ADD_FAILURE() << "nesting beyond the bound was taken";
+    } catch (const Json::ParseFailure& failure) {
+        EXPECT_EQ(failure.refusal.kind, Json::Refusal::Kind::TooDeep);
+        EXPECT_EQ(failure.refusal.offset, 3u);
+    }
 }
 
 }  // namespace

@@ -4,45 +4,24 @@
 #include <boost/algorithm/string/predicate.hpp>
 #include <boost/format.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <nlohmann/json.hpp>
-#include <regex>
 
-#include "settings/SettingsOld.h"
+#include "Interrupt.h"
+#include "TavriCommon/JsonText.h"
+#include "settings/CameraSettings.h"
 
 namespace TeliGrab {
 
-namespace {
-
-namespace Camera = SettingsOld::Camera;
-
-}  // namespace
-
 const std::vector<KeyRule>& settingRules() {
-    static const std::vector<KeyRule> known{
-        {SettingsOld::ExposureTime, true, {}},
-        {Camera::Gain, true, {}},
-        {Camera::BlackLevel, true, {}},
-        {SettingsOld::RedBalance, true, {}},
-        {SettingsOld::BlueBalance, true, {}},
-        {Camera::ColorMode,
-         false,
-         {Camera::ColorModeValues::Gray, Camera::ColorModeValues::Color, Camera::ColorModeValues::Raw}},
-        {Camera::TriggerType,
-         false,
-         {Camera::TriggerTypeValues::Hardware, Camera::TriggerTypeValues::Software,
-          Camera::TriggerTypeValues::NoTrigger}},
-        {Camera::TriggerPolarity,
-         false,
-         {Camera::TriggerPolarityValues::FallingEdge, Camera::TriggerPolarityValues::RisingEdge}},
-        // Described but read-only: accepted so that a saved tree applies as it is.
-        {Camera::BayerLayout, false, {}},
-    };
-    return known;
+    static const std::vector<KeyRule> rules = [] {
+        std::vector<KeyRule> fromTable;
+        // A read-only word is described but has no words to be written with.
+        for (const auto& row : CameraSettings::table())
+            fromTable.push_back({row.key, row.numeric, row.writable ? row.words : std::vector<std::string>{}});
+        return fromTable;
+    }();
+    return rules;
 }
 
 namespace {
@@ -84,104 +63,68 @@ void check(const SettingValue& value, ExitCode code) {
                (boost::format("%s: '%s' is none of %s") % value.key % value.word % words).str());
 }
 
-// An iterator over the file's text that remembers the last character the JSON parser
-// read, which is how a key's line and column are found.
-struct TrackingIterator {
-    using iterator_category = std::forward_iterator_tag;
-    using value_type = char;
-    using difference_type = std::ptrdiff_t;
-    using pointer = const char*;
-    using reference = const char&;
-
-    const char* at;
-    const char** lastRead;
-
-    reference operator*() const {
-        *lastRead = at;
-        return *at;
-    }
-    TrackingIterator& operator++() {
-        ++at;
-        return *this;
-    }
-    TrackingIterator operator++(int) {
-        auto before = *this;
-        ++at;
-        return before;
-    }
-    bool operator==(const TrackingIterator& other) const { return at == other.at; }
-    bool operator!=(const TrackingIterator& other) const { return at != other.at; }
-};
-
 // Collects the leaves of a settings file with the position of each one's key.
-class Reader : public nlohmann::json_sax<nlohmann::json> {
+class Reader : public Tavri::Json::Events {
 public:
-    Reader(const std::string& fileName, const std::string& text) : fileName_(fileName), text_(text) {}
+    Reader(const std::string& fileName, const std::string& text) : fileName_(fileName), parse_(text) {}
 
-    const char* lastRead = nullptr;
-    std::vector<SettingValue> values;
-
-    bool null() override { return other("null"); }
-    bool boolean(bool value) override { return other(value ? "true" : "false"); }
-    bool number_integer(number_integer_t value) override { return number(static_cast<double>(value)); }
-    bool number_unsigned(number_unsigned_t value) override { return number(static_cast<double>(value)); }
-    bool number_float(number_float_t value, const string_t&) override { return number(value); }
-    bool string(string_t& value) override {
-        if (ignoredDepth_ > 0) return true;
-        return leaf(SettingValue::Kind::Word, 0.0, value);
+    std::vector<SettingValue> read() {
+        parse_.run(*this);
+        return std::move(values_);
     }
-    bool binary(binary_t&) override { return other("binary data"); }
 
-    bool start_object(std::size_t) override {
-        if (ignoredDepth_ > 0) return ++ignoredDepth_, true;
-        if (groups_.empty()) {
+    void null() override { other("null"); }
+    void boolean(bool value) override { other(value ? "true" : "false"); }
+    void number(double value) override {
+        if (ignoredDepth_ == 0) leaf(SettingValue::Kind::Number, value, (boost::format("%g") % value).str());
+    }
+    void string(std::string& value) override {
+        if (ignoredDepth_ == 0) leaf(SettingValue::Kind::Word, 0.0, value);
+    }
+
+    void startObject() override {
+        if (ignoredDepth_ > 0) {
+            ++ignoredDepth_;
+        } else if (groups_.empty()) {
             groups_.push_back({"", where(0)});
-            return true;
-        }
-        if (groups_.back().wordObject) {
+        } else if (groups_.back().wordObject) {
             other("a group");
             ++ignoredDepth_;
-            return true;
+        } else {
+            groups_.push_back({keyPath(), keyWhere_});
         }
-        groups_.push_back({keyPath(), keyWhere_});
-        return true;
     }
-    bool key(string_t& name) override {
-        if (ignoredDepth_ > 0) return true;
-        const auto closingQuote = static_cast<std::size_t>(lastRead - text_.data());
+    void key(std::string& name) override {
+        if (ignoredDepth_ > 0) return;
+        // A long check ends on the first signal, as every command does.
+        if (++keys_ % 4096 == 0) throwIfInterrupted();
         special_ = name == "$value" || name == "$range" ? name : "";
         if (!special_.empty()) {
             groups_.back().wordObject = true;
-            return true;
+            return;
         }
-        key_ = name;
-        keyWhere_ = where(openingQuote(closingQuote));
-        return true;
+        key_ = std::move(name);
+        keyWhere_ = where(parse_.tokenStart());
     }
-    bool end_object() override {
-        if (ignoredDepth_ > 0) return --ignoredDepth_, true;
+    void endObject() override {
+        if (ignoredDepth_ > 0) {
+            --ignoredDepth_;
+            return;
+        }
         groups_.pop_back();
         special_.clear();
-        return true;
     }
-    bool start_array(std::size_t) override {
-        if (ignoredDepth_ > 0 || special_ == "$range") return ++ignoredDepth_, true;
-        other("an array");
+    void startArray() override {
+        if (ignoredDepth_ == 0 && special_ != "$range") other("an array");
         ++ignoredDepth_;
-        return true;
     }
-    bool end_array() override {
-        --ignoredDepth_;
-        return true;
-    }
-    bool parse_error(std::size_t position, const std::string&, const nlohmann::detail::exception& error) override {
-        // nlohmann's text starts with its own tag and a position; keep what it says.
-        std::string reason = std::regex_replace(error.what(), std::regex(R"(^\[json\.exception\.[a-z_]+\.[0-9]+\] )"), "");
-        reason = std::regex_replace(reason, std::regex(R"(^parse error at line [0-9]+, column [0-9]+: )"), "");
+    void endArray() override { --ignoredDepth_; }
+
+    [[noreturn]] void refuse(const Tavri::Json::Refusal& refusal) override {
         // An overflowing number is a value fault: name its key, where the key stands.
-        if (!key_.empty() && !groups_.empty() && reason.find("number overflow") != std::string::npos)
-            throw ToolError(ExitCode::BadSettingsFile, keyWhere_ + ": " + keyPath() + ": " + reason);
-        throw ToolError(ExitCode::BadSettingsFile, where(position > 0 ? position - 1 : 0) + ": " + reason);
+        if (refusal.kind == Tavri::Json::Refusal::Kind::NumberOverflow && !key_.empty() && !groups_.empty())
+            throw ToolError(ExitCode::BadSettingsFile, keyWhere_ + ": " + keyPath() + ": " + refusal.reason);
+        throw ToolError(ExitCode::BadSettingsFile, where(refusal.offset) + ": " + refusal.reason);
     }
 
 private:
@@ -195,46 +138,30 @@ private:
         const auto& parent = groups_.back().path;
         return parent.empty() ? key_ : parent + "/" + key_;
     }
-    std::string where(std::size_t offset) const {
-        offset = std::min(offset, text_.size());
-        const auto lineStart = text_.rfind('\n', offset == 0 ? 0 : offset - 1);
-        const long line = 1 + std::count(text_.begin(), text_.begin() + static_cast<long>(offset), '\n');
-        const auto column = offset - (lineStart == std::string::npos || offset == 0 ? 0 : lineStart + 1) + 1;
-        return (boost::format("%s:%d:%d") % fileName_ % line % column).str();
+    std::string where(std::size_t offset) {
+        const auto at = parse_.position(offset);
+        return fileName_ + ":" + std::to_string(at.line) + ":" + std::to_string(at.column);
     }
-    std::size_t openingQuote(std::size_t closing) const {
-        for (std::size_t i = closing; i-- > 0;) {
-            if (text_[i] != '"') continue;
-            std::size_t slashes = 0;
-            while (i > slashes && text_[i - 1 - slashes] == '\\') ++slashes;
-            if (slashes % 2 == 0) return i;
-        }
-        return 0;
+    void other(const std::string& what) {
+        if (ignoredDepth_ == 0) leaf(SettingValue::Kind::Other, 0.0, what);
     }
-    bool number(double value) {
-        if (ignoredDepth_ > 0) return true;
-        return leaf(SettingValue::Kind::Number, value, (boost::format("%g") % value).str());
-    }
-    bool other(const std::string& what) {
-        if (ignoredDepth_ > 0) return true;
-        return leaf(SettingValue::Kind::Other, 0.0, what);
-    }
-    bool leaf(SettingValue::Kind kind, double number, const std::string& word) {
+    void leaf(SettingValue::Kind kind, double number, const std::string& word) {
         if (groups_.empty()) throw ToolError(ExitCode::BadSettingsFile, where(0) + ": a settings file holds one JSON object");
         const auto& group = groups_.back();
         if (group.wordObject) {
-            if (special_ == "$value") values.push_back({group.path, kind, number, word, group.where});
-            return true;
+            if (special_ == "$value") values_.push_back({group.path, kind, number, word, group.where});
+            return;
         }
-        values.push_back({keyPath(), kind, number, word, keyWhere_});
-        return true;
+        values_.push_back({keyPath(), kind, number, word, keyWhere_});
     }
 
     const std::string& fileName_;
-    const std::string& text_;
+    Tavri::Json::Parse parse_;
+    std::vector<SettingValue> values_;
     std::vector<Group> groups_;
     std::string key_, keyWhere_, special_;
     int ignoredDepth_ = 0;
+    std::size_t keys_ = 0;
 };
 
 }  // namespace
@@ -263,23 +190,20 @@ CheckedSettings checkSettings(const std::vector<SettingValue>& values, ExitCode 
 }
 
 CheckedSettings loadSettingsFile(const std::string& fileName) {
-    std::ifstream in(fileName, std::ios::binary);
-    if (!in)
-        throw ToolError(ExitCode::BadSettingsFile,
-                        (boost::format("cannot read settings file '%s': %s") % fileName % std::strerror(errno)).str());
     // Bounded as the host's own loader is, so that a device or an endless pipe ends.
-    std::string text(Tavri::TSettings::maxJsonBytes + 1, '\0');
-    in.read(&text[0], static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(in.gcount()));
-    if (text.size() > Tavri::TSettings::maxJsonBytes)
+    const auto file = Tavri::Json::readFile(fileName, Tavri::TSettings::maxJsonBytes);
+    using Outcome = Tavri::Json::FileText::Outcome;
+    if (file.outcome == Outcome::CannotOpen || file.outcome == Outcome::ReadFailed)
+        throw ToolError(ExitCode::BadSettingsFile,
+                        (boost::format("cannot read settings file '%s': %s") % fileName % std::strerror(file.error)).str());
+    if (file.outcome == Outcome::TooLarge)
         throw ToolError(ExitCode::BadSettingsFile, (boost::format("settings file '%s' holds more than %d bytes") %
                                                     fileName % Tavri::TSettings::maxJsonBytes)
                                                        .str());
-    Reader reader(fileName, text);
-    const char* begin = text.data();
-    nlohmann::json::sax_parse(TrackingIterator{begin, &reader.lastRead}, TrackingIterator{begin + text.size(), &reader.lastRead},
-                              &reader);
-    return checkSettings(reader.values, ExitCode::BadSettingsFile);
+    throwIfInterrupted();
+    const auto values = Reader(fileName, file.text).read();
+    throwIfInterrupted();
+    return checkSettings(values, ExitCode::BadSettingsFile);
 }
 
 }  // namespace TeliGrab
