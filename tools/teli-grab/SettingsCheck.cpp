@@ -271,11 +271,15 @@ CheckedSettings loadSettingsFile(const std::string& fileName) {
     std::string text(Tavri::TSettings::maxJsonBytes + 1, '\0');
     in.read(&text[0], static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(in.gcount()));
+    return parseSettingsText(text, fileName);
+}
+
+CheckedSettings parseSettingsText(const std::string& text, const std::string& origin) {
     if (text.size() > Tavri::TSettings::maxJsonBytes)
         throw ToolError(ExitCode::BadSettingsFile, (boost::format("settings file '%s' holds more than %d bytes") %
-                                                    fileName % Tavri::TSettings::maxJsonBytes)
+                                                    origin % Tavri::TSettings::maxJsonBytes)
                                                        .str());
-    Reader reader(fileName, text);
+    Reader reader(origin, text);
     const char* begin = text.data();
     nlohmann::json::sax_parse(TrackingIterator{begin, &reader.lastRead}, TrackingIterator{begin + text.size(), &reader.lastRead},
                               &reader);
