@@ -99,6 +99,21 @@ const char* modeWord(Tavri::ImageType mode) {
 
 py::object fromJson(const std::string& text) { return py::module_::import("json").attr("loads")(text); }
 
+std::string environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+// The plug-in while anything from it lives, and the backend and rig it started with.
+struct LoadedPlugin {
+    std::weak_ptr<PluginLibrary> pin;
+    std::pair<std::string, std::string> chosen;
+};
+LoadedPlugin& loadedPlugin() {
+    static LoadedPlugin loaded;
+    return loaded;
+}
+
 // A loaded plug-in with one camera object, as teli-grab's session.
 class Host {
 public:
@@ -106,9 +121,23 @@ public:
         options_.serial = serial.value_or("");
         options_.sdk = sdk.value_or("");
         options_.rig = rig.value_or("");
+        // The plug-in keeps the backend, and the rig, it made first for as long as it
+        // stays loaded: another one asked for meanwhile would be ignored without a word.
+        const auto chosen = std::make_pair(options_.sdk.empty() ? environment("TAVRI_TELI_SDK") : options_.sdk,
+                                           options_.rig.empty() ? environment("TAVRI_SIM_RIG") : options_.rig);
+        auto& loaded = loadedPlugin();
+        pin_ = loaded.pin.lock();
+        if (pin_ && loaded.chosen != chosen)
+            throw ToolError(ExitCode::Usage, "the plug-in is still loaded with sdk '" + loaded.chosen.first +
+                                                 "' and rig '" + loaded.chosen.second +
+                                                 "' (an open camera or an image array from it holds it); "
+                                                 "release those before asking for another");
         TeliGrab::exportEnvironment(options_);
         const auto path = pluginPath();
-        pin_ = std::make_shared<PluginLibrary>(path);
+        if (!pin_) {
+            pin_ = std::make_shared<PluginLibrary>(path);
+            loaded = {pin_, chosen};
+        }
         py::gil_scoped_release release;
         session_ = std::make_unique<TeliGrab::Session>(options_, path, std::vector<TeliGrab::CheckedSettings>{});
     }
@@ -125,8 +154,11 @@ public:
     // from it lives.
     void close() {
         if (!session_) return;
-        py::gil_scoped_release release;
-        session_.reset();
+        {
+            py::gil_scoped_release release;
+            session_.reset();
+        }
+        pin_.reset();
     }
 
 private:

@@ -111,6 +111,16 @@ def test_sequence_over_the_sets_block(rig, mode, shape):
     assert [float(i.mean()) for i in images] == [float(i.mean()) for i in kept]
 
 
+def test_another_rig_waits_for_the_arrays(cam, rig):
+    image = cam.grab()
+    cam.close()
+    with pytest.raises(teli.Error, match="still loaded with sdk 'sim' and rig '.*rig.json'"):
+        teli.open(sdk="sim", rig=rig("gap"))
+    del image
+    with teli.open(sdk="sim", rig=rig("gap")) as camera:
+        assert camera.sequence(12, allow_broken=True).report["problems"]
+
+
 def test_broken_set_raises_unless_allowed(rig):
     with teli.open(sdk="sim", rig=rig("gap")) as camera:
         with pytest.raises(teli.BrokenSetError, match="image 5: pattern 5 missing"):
