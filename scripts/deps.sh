@@ -14,6 +14,7 @@ packages=(
   help2man lintian file
 )
 packages+=(libcpp-httplib-dev)  # teli-grab view's HTTP server
+packages+=(python3-dev pybind11-dev python3-numpy python3-pytest)  # the Python host (python/) and its tests
 if [ "${1:-}" != "--core" ]; then
   packages+=(libaravis-dev aravis-tools aravis-tools-cli libusb-1.0-0-dev zlib1g-dev iproute2 util-linux)
   packages+=(chromium nodejs)  # the browser and node for the live-view test (tests/view)

@@ -111,13 +111,8 @@ Collected collectSequence(Tavri::CameraDriver& camera, int count, double trigger
                          (set ? set->images.size() : 0) % count)
                             .str());
 
+    const Tavri::SetVerdict verdict = judgeFinishedSet(camera, *set, triggerRate);
     const auto& records = recordSource(camera).sequenceRecords();
-    // Pixels laid out for another format are no image of this mode, whole set or not.
-    for (const auto& record : records.images)
-        refuseWrongSize(record, set->mode, static_cast<std::size_t>(set->bytesPerImage));
-    Tavri::VerdictOptions options;
-    if (triggerRate > 0) options.periodNs = 1e9 / triggerRate;
-    const Tavri::SetVerdict verdict = Tavri::judgeSet(records, options);
     // Slots from a failed or missing image on hold no image of this set.
     int arrived = 0;
     while (arrived < static_cast<int>(records.images.size()) && records.images[arrived].status == 0) ++arrived;

@@ -18,32 +18,10 @@ namespace TeliGrab {
 
 namespace {
 
-// The driver and the simulator read these when they start, so they are set before the
-// plug-in is loaded.
-void exportEnvironment(const GlobalOptions& options) {
-    if (!options.sdk.empty()) setenv("TAVRI_TELI_SDK", options.sdk.c_str(), 1);
-    if (!options.rig.empty()) setenv("TAVRI_SIM_RIG", options.rig.c_str(), 1);
-    if (!options.logLevel.empty()) setenv("TAVRI_LOG_LEVEL", options.logLevel.c_str(), 1);
-}
-
 std::string pluginPath(const GlobalOptions& options) {
     if (!options.plugin.empty()) return options.plugin;
     // Beside teli-grab in a build tree, else where an install puts it.
     return defaultPluginPath(std::filesystem::path(PluginLibrary::defaultPath()).parent_path()).string();
-}
-
-// Calls into the plug-in; a throw becomes a ToolError while the plug-in is loaded.
-template <typename Call>
-auto guarded(const char* what, Call&& call) -> decltype(call()) {
-    try {
-        return call();
-    } catch (const ToolError&) {
-        throw;
-    } catch (const std::exception& error) {
-        throw ToolError(ExitCode::DriverError, (boost::format("%s: %s") % what % error.what()).str());
-    } catch (...) {
-        throw ToolError(ExitCode::DriverError, (boost::format("%s: unknown exception") % what).str());
-    }
 }
 
 Tavri::ImageType parseMode(const std::string& word) {
@@ -53,6 +31,12 @@ Tavri::ImageType parseMode(const std::string& word) {
 }
 
 }  // namespace
+
+void exportEnvironment(const GlobalOptions& options) {
+    if (!options.sdk.empty()) setenv("TAVRI_TELI_SDK", options.sdk.c_str(), 1);
+    if (!options.rig.empty()) setenv("TAVRI_SIM_RIG", options.rig.c_str(), 1);
+    if (!options.logLevel.empty()) setenv("TAVRI_LOG_LEVEL", options.logLevel.c_str(), 1);
+}
 
 DriverLifetime::DriverLifetime(const PluginLibrary& library)
     : release_(library.entryPoint<TavriReleaseDriverFn>("releaseDriver")) {
@@ -90,6 +74,11 @@ CameraObject::~CameraObject() {
 
 Session::Session(const GlobalOptions& options, const std::string& pluginPath, std::vector<CheckedSettings> given)
     : options_(options), given_(std::move(given)), library_(pluginPath), lifetime_(library_), camera_(library_) {}
+
+std::vector<std::string> Session::applyAndReadBack(const CheckedSettings& settings) {
+    apply(settings);
+    return valuesNotKept(settings.values, guarded("settings", [&] { return camera().settings(); }));
+}
 
 void Session::apply(const CheckedSettings& settings) {
     auto& driver = camera();

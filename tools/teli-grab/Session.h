@@ -7,12 +7,31 @@
 
 #include "Options.h"
 #include "SettingsCheck.h"
+#include "ToolError.h"
 #include "TavriAPI/CameraDriver.h"
 #include "platform/PluginLibrary.h"
 
 namespace TeliGrab {
 
 using Tavri::platform::PluginLibrary;
+
+// The driver and the simulator read TAVRI_TELI_SDK, TAVRI_SIM_RIG and TAVRI_LOG_LEVEL
+// when they start, so the options set them before the plug-in is loaded.
+void exportEnvironment(const GlobalOptions& options);
+
+// Calls into the plug-in; a throw becomes a ToolError while the plug-in is loaded.
+template <typename Call>
+auto guarded(const char* what, Call&& call) -> decltype(call()) {
+    try {
+        return call();
+    } catch (const ToolError&) {
+        throw;
+    } catch (const std::exception& error) {
+        throw ToolError(ExitCode::DriverError, std::string(what) + ": " + error.what());
+    } catch (...) {
+        throw ToolError(ExitCode::DriverError, std::string(what) + ": unknown exception");
+    }
+}
 
 // initializeDriver on construction, releaseDriver on destruction.
 class DriverLifetime {
@@ -58,6 +77,10 @@ public:
     // ToolError(BadSettingsFile). Unknown serial: ToolError(CameraNotFound) listing the
     // serials present.
     Tavri::CameraDriver& open(const CheckedSettings* tree = nullptr);
+
+    // On the open camera: applies `settings` (checked already) and reads the numeric
+    // values back; the lines of valuesNotKept, empty when the camera kept them all.
+    std::vector<std::string> applyAndReadBack(const CheckedSettings& settings);
 
 private:
     void apply(const CheckedSettings& settings);

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "CameraChecks.h"
 #include "ImageFile.h"
 #include "ToolError.h"
 
@@ -14,6 +15,16 @@ nlohmann::ordered_json orNull(std::uint64_t value) {
 }
 
 }  // namespace
+
+Tavri::SetVerdict judgeFinishedSet(Tavri::CameraDriver& camera, const Tavri::ImageSet& set, double triggerRate) {
+    const auto& records = recordSource(camera).sequenceRecords();
+    // Pixels laid out for another format are no image of this mode, whole set or not.
+    for (const auto& record : records.images)
+        refuseWrongSize(record, set.mode, static_cast<std::size_t>(set.bytesPerImage));
+    Tavri::VerdictOptions options;
+    if (triggerRate > 0) options.periodNs = 1e9 / triggerRate;
+    return Tavri::judgeSet(records, options);
+}
 
 const Tavri::ImageRecordSource& recordSource(Tavri::CameraDriver& camera) {
     const auto* source = dynamic_cast<const Tavri::ImageRecordSource*>(&camera);

@@ -14,6 +14,11 @@ namespace TeliGrab {
 // The plug-in's records of the camera; a plug-in without them is a driver error.
 const Tavri::ImageRecordSource& recordSource(Tavri::CameraDriver& camera);
 
+// The verdict on the set just finished, from the plug-in's records: a record of an
+// image in another size than the set's mode is a driver error first. `triggerRate`
+// (pulses per second, 0: unknown) sets the period the set is judged by.
+Tavri::SetVerdict judgeFinishedSet(Tavri::CameraDriver& camera, const Tavri::ImageSet& set, double triggerRate);
+
 // Images that do not show their own pattern: named in a problem, or answering another
 // trigger than their index.
 std::vector<bool> brokenImages(const Tavri::SetVerdict& verdict, int count);

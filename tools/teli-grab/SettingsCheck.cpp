@@ -189,6 +189,14 @@ CheckedSettings checkSettings(const std::vector<SettingValue>& values, ExitCode 
     return checked;
 }
 
+namespace {
+[[noreturn]] void tooLarge(const std::string& origin) {
+    throw ToolError(ExitCode::BadSettingsFile,
+                    (boost::format("settings file '%s' holds more than %d bytes") % origin % Tavri::TSettings::maxJsonBytes)
+                        .str());
+}
+}  // namespace
+
 CheckedSettings loadSettingsFile(const std::string& fileName) {
     // Bounded as the host's own loader is, so that a device or an endless pipe ends.
     const auto file = Tavri::Json::readFile(fileName, Tavri::TSettings::maxJsonBytes);
@@ -196,12 +204,14 @@ CheckedSettings loadSettingsFile(const std::string& fileName) {
     if (file.outcome == Outcome::CannotOpen || file.outcome == Outcome::ReadFailed)
         throw ToolError(ExitCode::BadSettingsFile,
                         (boost::format("cannot read settings file '%s': %s") % fileName % std::strerror(file.error)).str());
-    if (file.outcome == Outcome::TooLarge)
-        throw ToolError(ExitCode::BadSettingsFile, (boost::format("settings file '%s' holds more than %d bytes") %
-                                                    fileName % Tavri::TSettings::maxJsonBytes)
-                                                       .str());
+    if (file.outcome == Outcome::TooLarge) tooLarge(fileName);
+    return parseSettingsText(file.text, fileName);
+}
+
+CheckedSettings parseSettingsText(const std::string& text, const std::string& origin) {
+    if (text.size() > Tavri::TSettings::maxJsonBytes) tooLarge(origin);
     throwIfInterrupted();
-    const auto values = Reader(fileName, file.text).read();
+    const auto values = Reader(origin, text).read();
     throwIfInterrupted();
     return checkSettings(values, ExitCode::BadSettingsFile);
 }

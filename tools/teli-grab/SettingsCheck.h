@@ -47,6 +47,10 @@ CheckedSettings checkSettings(const std::vector<SettingValue>& values, ExitCode 
 // numbers and of checkSettings throw ToolError(BadSettingsFile) with file:line:column.
 CheckedSettings loadSettingsFile(const std::string& fileName);
 
+// The same for JSON text already in memory; `origin` stands for the file name in the
+// messages.
+CheckedSettings parseSettingsText(const std::string& text, const std::string& origin);
+
 // The keys the driver describes, comma separated.
 std::string knownKeys();
 
