@@ -22,18 +22,18 @@ void throwIfDisconnected(Tavri::CameraDriver& camera, long frames) {
                         (boost::format("camera disconnected after %d frames") % frames).str());
 }
 
-std::string wrongSizeText(const Tavri::ImageRecord& record, Tavri::ImageType mode, std::size_t modeBytes) {
+std::string wrongSizeText(const Tavri::ImageRecord& record, Tavri::ImageType mode, const cv::Mat& image) {
     if (record.status != Tavri::ImageRecord::kWrongSize) return {};
     const char* word = mode == Tavri::ImageType::Color ? "color (RGB8)"
                        : mode == Tavri::ImageType::Gray ? "gray (Mono8)"
                                                         : "raw (BayerBG8)";
     return (boost::format("the camera did not take colour mode %s: image %d has %d bytes where the mode needs %d") %
-            word % record.index % record.bytes % modeBytes)
+            word % record.index % record.bytes % (image.total() * image.elemSize()))
         .str();
 }
 
-void refuseWrongSize(const Tavri::ImageRecord& record, Tavri::ImageType mode, std::size_t modeBytes) {
-    const auto text = wrongSizeText(record, mode, modeBytes);
+void refuseWrongSize(const Tavri::ImageRecord& record, Tavri::ImageType mode, const cv::Mat& image) {
+    const auto text = wrongSizeText(record, mode, image);
     if (!text.empty()) throw ToolError(ExitCode::DriverError, text);
 }
 

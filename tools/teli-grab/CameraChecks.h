@@ -1,5 +1,6 @@
 #pragma once
 
+#include <opencv2/core.hpp>
 #include <string>
 
 #include "TavriAPI/CameraDriver.h"
@@ -21,9 +22,10 @@ void throwIfDisconnected(Tavri::CameraDriver& camera, long frames);
 
 // For an image whose byte count is not what the colour mode needs (the camera kept
 // another pixel format): a sentence naming the mode and both sizes; else empty.
-std::string wrongSizeText(const Tavri::ImageRecord& record, Tavri::ImageType mode, std::size_t modeBytes);
+// `image` is the destination the driver sized for the mode.
+std::string wrongSizeText(const Tavri::ImageRecord& record, Tavri::ImageType mode, const cv::Mat& image);
 
 // Ends the command with DriverError when wrongSizeText has something to say.
-void refuseWrongSize(const Tavri::ImageRecord& record, Tavri::ImageType mode, std::size_t modeBytes);
+void refuseWrongSize(const Tavri::ImageRecord& record, Tavri::ImageType mode, const cv::Mat& image);
 
 }  // namespace TeliGrab

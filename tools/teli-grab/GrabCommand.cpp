@@ -42,7 +42,7 @@ void addGrabCommand(CLI::App& app, const GlobalOptions& options) {
         withSession(options, [&](Session& session) {
             auto& camera = session.open();
             const cv::Mat taken = grabOne(camera);
-            refuseWrongSize(recordSource(camera).lastImageRecord(), camera.getMode(), taken.total() * taken.elemSize());
+            refuseWrongSize(recordSource(camera).lastImageRecord(), camera.getMode(), taken);
             // What the file holds: a debayered Raw image has three channels, not one.
             const cv::Mat image = forFile(taken, camera.getMode(), options.debayer);
             writeImage(*output, image);

@@ -20,7 +20,7 @@ Tavri::SetVerdict judgeFinishedSet(Tavri::CameraDriver& camera, const Tavri::Ima
     const auto& records = recordSource(camera).sequenceRecords();
     // Pixels laid out for another format are no image of this mode, whole set or not.
     for (const auto& record : records.images)
-        refuseWrongSize(record, set.mode, static_cast<std::size_t>(set.bytesPerImage));
+        refuseWrongSize(record, set.mode, set.images.at(static_cast<std::size_t>(record.index)));
     Tavri::VerdictOptions options;
     if (triggerRate > 0) options.periodNs = 1e9 / triggerRate;
     return Tavri::judgeSet(records, options);

@@ -94,7 +94,7 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
                 const auto result = waiter.next(frame, deadline, tally.frames);
                 if (result == ImageWaiter::Result::Deadline) break;
                 if (result == ImageWaiter::Result::Image) {
-                    refuseWrongSize(records.lastImageRecord(), mode, frame.total() * frame.elemSize());
+                    refuseWrongSize(records.lastImageRecord(), mode, frame);
                     tally.arrived(records.lastImageRecord());
                 } else {
                     tally.failed(waiter.cause());

@@ -57,8 +57,7 @@ Reply applyChange(Tavri::CameraDriver& camera, const SettingsChange& change) {
 Reply stillPng(Tavri::CameraDriver& camera, bool debayer) {
     try {
         const cv::Mat image = camera.grab();
-        const auto wrong = wrongSizeText(recordSource(camera).lastImageRecord(), camera.getMode(),
-                                         image.total() * image.elemSize());
+        const auto wrong = wrongSizeText(recordSource(camera).lastImageRecord(), camera.getMode(), image);
         if (!wrong.empty()) return errorReply(502, "grab: " + wrong);
         std::vector<unsigned char> png;
         encodeImage(".png", forFile(image, camera.getMode(), debayer), png);

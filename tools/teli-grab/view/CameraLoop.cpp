@@ -86,7 +86,7 @@ void CameraLoop::run(const std::function<bool()>& stopRequested) {
         }
         lastProgress = Clock::now();
         const Tavri::ImageRecord& record = records.lastImageRecord();
-        if (const auto wrong = wrongSizeText(record, mode, frame.total() * frame.elemSize()); !wrong.empty()) {
+        if (const auto wrong = wrongSizeText(record, mode, frame); !wrong.empty()) {
             countFailure(wrong);  // never shown as the mode's image
             continue;
         }
