@@ -10,9 +10,13 @@
 #   python   the Python module tavri_teli (python/CMakeLists.txt)
 # On Debian the libraries go to the multiarch folder (lib/x86_64-linux-gnu) under any
 # prefix, as Debian's own packages have them: GNUInstallDirs picks it for /usr alone,
-# and the packages are made from this one layout.
-if(NOT WIN32 AND NOT CMAKE_CROSSCOMPILING AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version)
-  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Object code libraries (LIBDIR)")
+# and the packages are made from this one layout. A build folder configured before
+# this rule cached GNUInstallDirs' plain "lib": it moves too. A value given with -D on
+# the command line (no type yet) is the user's and stays.
+get_property(libdir_type CACHE CMAKE_INSTALL_LIBDIR PROPERTY TYPE)
+if(NOT WIN32 AND NOT CMAKE_CROSSCOMPILING AND CMAKE_LIBRARY_ARCHITECTURE AND EXISTS /etc/debian_version
+   AND (NOT DEFINED CMAKE_INSTALL_LIBDIR OR (CMAKE_INSTALL_LIBDIR STREQUAL "lib" AND libdir_type STREQUAL "PATH")))
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE} CACHE PATH "Object code libraries (LIBDIR)" FORCE)
 endif()
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
