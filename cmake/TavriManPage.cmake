@@ -17,10 +17,11 @@ add_custom_command(OUTPUT ${man_page}.gz
   COMMAND ${TAVRI_HELP2MAN} --no-info --section=1
     "--name=load the Toshiba Teli camera-driver plug-in, list cameras, apply settings and grab images"
     --output=${man_page} $<TARGET_FILE:teli-grab>
+  COMMAND ${CMAKE_COMMAND} -DPAGE=${man_page} -P ${PROJECT_SOURCE_DIR}/cmake/TavriManFormat.cmake
   # -n: no name or time stamp in the archive, so the same page packs the same bytes.
   COMMAND ${TAVRI_GZIP} -9nf ${man_page}
-  DEPENDS teli-grab
+  DEPENDS teli-grab ${PROJECT_SOURCE_DIR}/cmake/TavriManFormat.cmake
   COMMENT "Generating the teli-grab man page with help2man"
   VERBATIM)
 add_custom_target(teli-grab-man ALL DEPENDS ${man_page}.gz)
-install(FILES ${man_page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${man_page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tool)

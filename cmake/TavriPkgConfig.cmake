@@ -19,4 +19,4 @@ configure_file(${PROJECT_SOURCE_DIR}/cmake/tavri-toshiba-teli.pc.in
 file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/tavri-toshiba-teli.pc
   INPUT ${PROJECT_BINARY_DIR}/tavri-toshiba-teli.pc.in)
 install(FILES ${PROJECT_BINARY_DIR}/tavri-toshiba-teli.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang in build/fuzz (a folder of its own, so the
 # gcc presets stay untouched) and runs each from its seed corpus for a bounded time
-# (TAVRI_FUZZ_SECONDS, default 60). A crash, a sanitizer report, a hang (one input
+# (TAVRI_FUZZ_SECONDS, default 30). A crash, a sanitizer report, a hang (one input
 # running over 10 s), memory beyond 2 GB, or an exception other than the host's
 # classes (it aborts) fails the run; the input that did it is kept in build/fuzz.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-seconds="${TAVRI_FUZZ_SECONDS:-60}"
+seconds="${TAVRI_FUZZ_SECONDS:-30}"
 build=build/fuzz
 flags="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
