@@ -40,19 +40,17 @@ protected:
         return *others.back();
     }
 
-    // Opens `serial` on `driver` showing the fake camera's pattern unscaled (Mono8,
-    // gain 0, exposure 10000 us), triggered as asked.
-    static void openShowingPattern(CameraDriver& driver, const std::string& serial, const std::string& triggerType) {
-        ASSERT_TRUE(driver.initializeCamera(serial.c_str()));
-        driver.setMode(ImageType::Gray);
+    // Opens `serial` on `driver` (default: the first camera object) showing the fake
+    // camera's pattern unscaled (Mono8, gain 0, exposure 10000 us), triggered as asked.
+    void openShowingPattern(const std::string& serial, const std::string& triggerType, CameraDriver* driver = nullptr) {
+        if (!driver) driver = camera.get();
+        ASSERT_TRUE(driver->initializeCamera(serial.c_str()));
+        driver->setMode(ImageType::Gray);
         TSettings settings;
         settings.addDouble(SettingsOld::ExposureTime, 10000.0, "");
         settings.addDouble(SettingsOld::Camera::Gain, 0.0, "");
         settings.addString(SettingsOld::Camera::TriggerType, triggerType, "");
-        ASSERT_TRUE(driver.updateSettings(settings));
-    }
-    void openShowingPattern(const std::string& serial, const std::string& triggerType) {
-        openShowingPattern(*camera, serial, triggerType);
+        ASSERT_TRUE(driver->updateSettings(settings));
     }
     bool logged(int level, const std::string& text) {
         const auto texts = logger->texts(level);
