@@ -149,8 +149,7 @@ std::uint64_t pulsesBetween(const ImageRecord& from, const ImageRecord& to) {
 std::vector<std::string> matchSets(const std::vector<CameraSet>& sets) {
     const ImageRecord* earliest = nullptr;
     for (const auto& set : sets) {
-        if (set.records->images.empty()) continue;
-        const auto& first = set.records->images.front();
+        const auto& first = set.records->images.at(0);
         if (!earliest || pulsesBetween(first, *earliest) > 0) earliest = &first;
     }
     std::vector<std::string> mismatches;
@@ -164,9 +163,6 @@ std::vector<std::string> matchSets(const std::vector<CameraSet>& sets) {
                                  " (answers pulse " + std::to_string(pulse) + ")");
             break;
         }
-        if (images.size() != static_cast<std::size_t>(set.records->requested))
-            mismatches.push_back(set.serial + " image " + std::to_string(images.size()) + ": " +
-                                 causeName(SetProblemCause::EndedEarly));
     }
     return mismatches;
 }
@@ -211,9 +207,8 @@ TEST_F(DriverOverAravis, HardwareTriggeredSequencesOfCamerasOnOneLineMatchPulseB
             const auto set = drivers[c]->finishGrabSequenceAsync();
             ASSERT_EQ(set->images.size(), static_cast<std::size_t>(kImages));
             for (int i = 0; i < kImages; ++i) {
-                const cv::Mat& image = set->images[i];
-                ASSERT_EQ(image.size(), cv::Size(640, 480)) << "image " << i;
-                EXPECT_EQ(patternMismatches(image.data, image.cols, image.rows), 0u) << "image " << i;
+                ASSERT_EQ(set->images[i].size(), cv::Size(640, 480)) << "image " << i;
+                EXPECT_EQ(patternMismatches(set->images[i].data, 640, 480), 0u) << "image " << i;
             }
             // The emulated line keeps no steady pace (the fake camera takes a pulse on
             // its next round): each set is judged by frame ids alone.

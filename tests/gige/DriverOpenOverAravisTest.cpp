@@ -51,37 +51,61 @@ TEST_F(DriverOverAravis, OpensBySerialAndRoundTripsSettings) {
     EXPECT_TRUE(logger->texts(3).empty()) << logger->texts(3).front();
 }
 
-// The stock fake camera has no BlackLevel, no BalanceRatio and no FallingEdge, and
-// no camera has Line9: the camera still opens, each refusal is logged where the
-// driver logs it, and beside it the backend names the feature, the value and what
-// the camera offers instead.
-TEST_F(DriverOverAravis, CameraWithoutTeliFeaturesOpensAndLogsWhatItRefuses) {
+// What a camera or the environment refuses at the open is logged where the driver logs
+// it. The stock fake camera has no FallingEdge and no camera has Line9: the camera still
+// opens, and right before the driver's line the backend names the feature, the value and
+// what the camera offers. A transport variable with a value it does not allow stops the
+// open, naming the variable, the value and what it allows; a good value opens. Later,
+// the stock camera's missing BlackLevel and BalanceRatio are logged the same way.
+TEST_F(DriverOverAravis, RefusalsAtTheOpenAreLoggedWithWhatTheCameraOrVariableAllows) {
     struct Row {
         std::string serial;
-        const char* triggerLine;  // TAVRI_ARAVIS_TRIGGER_LINE, null for the default
-        const char* driverLine;
-        const char* backendLine;
+        const char* variable;  // set for this open; null: none
+        const char* value;
+        std::vector<std::string> lines;  // logged at level 3, in a row
+        const char* failure = "";        // the open's exception text
+    };
+    const auto invalid = [](const char* variable, const char* value, const char* allowed) {
+        return Row{fixtureSerial(), variable, value,
+                   {std::string("Aravis: ") + variable + "=" + value + " is not valid; allowed: " + allowed},
+                   "Failed to open camera."};
     };
     const std::vector<Row> rows{
-        {stockSerials().front(), nullptr, "Failed to set camera trigger activation",
-         "Aravis: set trigger activation failed with 108: TriggerActivation = FallingEdge refused: no such entry; "
-         "the camera offers RisingEdge"},
-        {fixtureSerial(), "Line9", "Failed to set camera trigger source",
-         "Aravis: set trigger source failed with 108: TriggerSource = Line9 refused: no such entry; the camera "
-         "offers Line0, Line1, Software"},
+        {stockSerials().front(), nullptr, nullptr,
+         {"Aravis: set trigger activation failed with 108: TriggerActivation = FallingEdge refused: no such entry; "
+          "the camera offers RisingEdge",
+          "Failed to set camera trigger activation"}},
+        {fixtureSerial(), "TAVRI_ARAVIS_TRIGGER_LINE", "Line9",
+         {"Aravis: set trigger source failed with 108: TriggerSource = Line9 refused: no such entry; the camera "
+          "offers Line0, Line1, Software",
+          "Failed to set camera trigger source"}},
+        invalid("TAVRI_ARAVIS_PACKET_SIZE", "abc", "auto, or a whole number of bytes from 576 to 16384"),
+        invalid("TAVRI_ARAVIS_PACKET_SIZE", "100", "auto, or a whole number of bytes from 576 to 16384"),
+        invalid("TAVRI_ARAVIS_PACKET_DELAY", "-5", "camera, or a whole number of nanoseconds from 0 to 100000000"),
+        invalid("TAVRI_ARAVIS_SOCKET_BUFFER", "4M", "auto, or a whole number of bytes from 65536 to 1073741824"),
+        invalid("TAVRI_ARAVIS_PACKET_RESEND", "maybe", "on or off"),
+        {fixtureSerial(), "TAVRI_ARAVIS_PACKET_SIZE", "1400", {}},
+        {fixtureSerial(), "TAVRI_ARAVIS_SOCKET_BUFFER", "1048576", {}},
+        {fixtureSerial(), "TAVRI_ARAVIS_PACKET_RESEND", "off", {}},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(row.serial);
+        SCOPED_TRACE(row.serial + (row.variable ? std::string(" ") + row.variable + "=" + row.value : ""));
         logger->clear();
-        if (row.triggerLine) ::setenv("TAVRI_ARAVIS_TRIGGER_LINE", row.triggerLine, 1);
-        const bool opened = camera->initializeCamera(row.serial.c_str());
-        ::unsetenv("TAVRI_ARAVIS_TRIGGER_LINE");
-        ASSERT_TRUE(opened);
+        if (row.variable) ::setenv(row.variable, row.value, 1);
+        std::string failure;
+        bool opened = false;
+        try {
+            opened = camera->initializeCamera(row.serial.c_str());
+        } catch (const RuntimeException& e) {
+            failure = e.what();
+        }
+        if (row.variable) ::unsetenv(row.variable);
+        EXPECT_EQ(failure, row.failure);
+        EXPECT_EQ(opened && camera->isConnected(), failure.empty());
         const auto texts = logger->texts(3);
-        const auto driver = std::find(texts.begin(), texts.end(), row.driverLine);
-        ASSERT_NE(driver, texts.end());
-        ASSERT_NE(driver, texts.begin());
-        EXPECT_EQ(*(driver - 1), row.backendLine) << "the backend's cause comes right before the driver's line";
+        if (!row.lines.empty()) {
+            EXPECT_NE(std::search(texts.begin(), texts.end(), row.lines.begin(), row.lines.end()), texts.end());
+        }
         camera->releaseCamera();
     }
 
@@ -98,47 +122,6 @@ TEST_F(DriverOverAravis, CameraWithoutTeliFeaturesOpensAndLogsWhatItRefuses) {
     const TSettings now = camera->settings();
     EXPECT_DOUBLE_EQ(now[SettingsOld::ExposureTime].toDouble(), 8333.0);  // kept as ExposureTimeAbs
     EXPECT_EQ(now[Camera::TriggerPolarity].toString(), Camera::TriggerPolarityValues::RisingEdge);
-}
-
-// A transport variable with a value it does not allow stops the open, and the log
-// says which variable, which value, and what it allows; a good value opens.
-TEST_F(DriverOverAravis, TransportVariablesAreCheckedBeforeTheCameraOpens) {
-    struct Row {
-        const char* variable;
-        const char* value;
-        const char* allowed;  // null: the value is good
-    };
-    const std::vector<Row> rows{
-        {"TAVRI_ARAVIS_PACKET_SIZE", "abc", "auto, or a whole number of bytes from 576 to 16384"},
-        {"TAVRI_ARAVIS_PACKET_SIZE", "100", "auto, or a whole number of bytes from 576 to 16384"},
-        {"TAVRI_ARAVIS_PACKET_DELAY", "-5", "camera, or a whole number of nanoseconds from 0 to 100000000"},
-        {"TAVRI_ARAVIS_SOCKET_BUFFER", "4M", "auto, or a whole number of bytes from 65536 to 1073741824"},
-        {"TAVRI_ARAVIS_PACKET_RESEND", "maybe", "on or off"},
-        {"TAVRI_ARAVIS_PACKET_SIZE", "1400", nullptr},
-        {"TAVRI_ARAVIS_SOCKET_BUFFER", "1048576", nullptr},
-        {"TAVRI_ARAVIS_PACKET_RESEND", "off", nullptr},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.variable) + "=" + row.value);
-        logger->clear();
-        ::setenv(row.variable, row.value, 1);
-        std::string failure;
-        try {
-            camera->initializeCamera(fixtureSerial().c_str());
-        } catch (const RuntimeException& e) {
-            failure = e.what();
-        }
-        ::unsetenv(row.variable);
-        if (row.allowed) {
-            EXPECT_EQ(failure, "Failed to open camera.");
-            EXPECT_TRUE(logged(3, std::string("Aravis: ") + row.variable + "=" + row.value +
-                                      " is not valid; allowed: " + row.allowed));
-        } else {
-            EXPECT_EQ(failure, "");
-            EXPECT_TRUE(camera->isConnected());
-        }
-        camera->releaseCamera();
-    }
 }
 
 // The driver counts the cameras up to three times for one open (the host's list, the

@@ -1,7 +1,6 @@
 #pragma once
-// The plug-in as the platform drives it over the Aravis backend: entry points, backend
-// chosen by TAVRI_TELI_SDK, one camera object per camera. The driver's own behaviour is
-// tested over a mock SDK; here the peer is a real GigE camera.
+// The plug-in as the platform drives it over Aravis (TAVRI_TELI_SDK), one camera object
+// per camera; the peer is a real GigE camera, not the mock SDK.
 
 #include <gtest/gtest.h>
 
@@ -33,8 +32,7 @@ protected:
         releaseDriver();
     }
 
-    // One more camera object, as a host with several cameras holds; released before
-    // the driver.
+    // One more camera object, as a host of several cameras holds.
     CameraDriver& anotherCamera() {
         others.emplace_back(createCamera());
         return *others.back();
