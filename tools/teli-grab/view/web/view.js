@@ -224,10 +224,6 @@ class Tile {
     setTimeout(() => this.pollStatus(), 500);
   }
 
-  countShown() {
-    this.field('shownFps').textContent = this.shownFrames.toFixed(0);
-    this.shownFrames = 0;
-  }
 }
 
 function indexOfBlankLine(bytes) {
@@ -245,7 +241,10 @@ window.addEventListener('resize', () => {
   clearTimeout(resizeTimer);
   resizeTimer = setTimeout(() => { for (const tile of tiles) tile.restartStream(); }, 200);
 });
-setInterval(() => { for (const tile of tiles) tile.countShown(); }, 1000);
+setInterval(() => {
+  for (const tile of tiles) tile.field('shownFps').textContent = String(tile.shownFrames);
+  for (const tile of tiles) tile.shownFrames = 0;
+}, 1000);
 
 $('markSaturated').addEventListener('change', (event) => {
   call('POST', '/api/overlay?saturated=' + (event.target.checked ? 1 : 0));
@@ -261,8 +260,7 @@ function buildControl(setting) {
   const control = document.createElement('div');
   control.className = 'control';
   control.dataset.key = setting.key;
-  const label = document.createElement('label');
-  label.textContent = setting.label;
+  const label = Object.assign(document.createElement('label'), {textContent: setting.label});
   let input;
   if (setting.kind === 'number') {
     input = document.createElement('input');
@@ -274,11 +272,8 @@ function buildControl(setting) {
     input = document.createElement('select');
     for (const word of setting.words) input.add(new Option(word, word));
   }
-  const kept = document.createElement('span');
-  kept.className = 'kept';
-  const refusal = document.createElement('div');
-  refusal.className = 'refusal';
-  control.append(label, input, kept, refusal);
+  const kept = Object.assign(document.createElement('span'), {className: 'kept'});
+  control.append(label, input, kept, Object.assign(document.createElement('div'), {className: 'refusal'}));
   input.addEventListener('change', () => change(control));
   return control;
 }
