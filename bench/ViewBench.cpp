@@ -17,8 +17,8 @@
 #include "view/FrameAnalysis.h"
 #include "view/FrameHub.h"
 #include "view/FrameView.h"
-#include "view/TaskQueue.h"
 #include "view/ViewServer.h"
+#include "view/ViewedCamera.h"
 
 namespace TeliGrab::View {
 namespace {
@@ -105,8 +105,7 @@ private:
 void BM_DeliveredRate(benchmark::State& state) {
     constexpr auto kSeconds = std::chrono::seconds(5);
     for (auto _ : state) {
-        TaskQueue tasks;
-        FrameHub hub;
+        FrameHub* hub = nullptr;  // set before the port is
         std::atomic<bool> stop{false};
         std::atomic<int> port{0};
         CameraStats cameraAtStart, cameraAtEnd;
@@ -117,10 +116,11 @@ void BM_DeliveredRate(benchmark::State& state) {
         std::thread camera([&] {
             try {
                 withSession(options, [&](Session& session) {
-                    CameraLoop loop(session.camera(), tasks, hub);
-                    ViewServer server({"127.0.0.1", 0}, "", tasks, hub, loop);
-                    session.open();
-                    server.start();
+                    ViewServer server({"127.0.0.1", 0}, "");
+                    ViewedCamera viewed("camera", session.open());
+                    auto& loop = viewed.loop;
+                    hub = &viewed.hub;
+                    server.start({&viewed});
                     port = server.port();
                     bool wasMeasuring = false;
                     loop.run([&] {
@@ -131,7 +131,7 @@ void BM_DeliveredRate(benchmark::State& state) {
                         }
                         return stop.load();
                     });
-                    hub.stop();
+                    viewed.hub.stop();
                     server.stop();
                 });
             } catch (const std::exception& error) {
@@ -148,14 +148,14 @@ void BM_DeliveredRate(benchmark::State& state) {
 
         httplib::Client client("127.0.0.1", port);
         StreamCounter counter;
-        const auto before = hub.counters();
+        const auto before = hub->counters();
         counter.runFor(kSeconds);
         measuring = true;
         const auto start = std::chrono::steady_clock::now();
         client.Get("/stream?fit=1080x870", [&](const char* data, std::size_t size) { return counter.receive(data, size); });
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
         measuring = false;
-        const auto after = hub.counters();
+        const auto after = hub->counters();
         std::this_thread::sleep_for(std::chrono::milliseconds(2 * CameraLoop::kWaitMs));
         stop = true;
         camera.join();

@@ -45,25 +45,33 @@ std::vector<std::string> stockSerials() { return words(env("TAVRI_GIGE_STOCK_SER
 
 std::string fixtureSerial() { return env("TAVRI_GIGE_FIXTURE_SERIAL"); }
 
+std::vector<std::string> fixtureSerials() { return words(env("TAVRI_GIGE_FIXTURE_SERIALS")); }
+
 std::string lossySerial() { return env("TAVRI_GIGE_LOSSY_SERIAL"); }
 
 std::vector<std::string> allSerials() {
     auto serials = stockSerials();
-    serials.push_back(fixtureSerial());
+    for (const auto& serial : fixtureSerials()) serials.push_back(serial);
     serials.push_back(lossySerial());
     std::sort(serials.begin(), serials.end());
     return serials;
 }
 
-void pulseTriggerLine(int count, bool lost) {
-    const std::string path = env("TAVRI_GIGE_FIXTURE_CONTROL");
-    // Non-blocking: the fixture holds the FIFO open, so this never waits.
-    const int fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK);
-    if (fd < 0) throw std::runtime_error("cannot open the fixture's trigger FIFO " + path);
-    const std::string line = (lost ? "lose " : "") + std::to_string(count) + "\n";
-    const ssize_t written = ::write(fd, line.data(), line.size());
-    ::close(fd);
-    if (written != static_cast<ssize_t>(line.size())) throw std::runtime_error("trigger FIFO write failed");
+void pulseTriggerLine(int count, const std::vector<std::string>& lostOn) {
+    const auto serials = fixtureSerials();
+    const auto paths = words(env("TAVRI_GIGE_FIXTURE_CONTROLS"));
+    if (paths.size() != serials.size()) throw std::runtime_error("one control FIFO per fixture camera expected");
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        const bool lost = std::find(lostOn.begin(), lostOn.end(), serials[i]) != lostOn.end();
+        // Non-blocking: the fixture holds the FIFO open, so this never waits.
+        const int fd = ::open(paths[i].c_str(), O_WRONLY | O_NONBLOCK);
+        if (fd < 0) throw std::runtime_error("cannot open the fixture's trigger FIFO " + paths[i]);
+        const std::string line = (lost ? "lose " : "") + std::to_string(count) + "\n";
+        const ssize_t written = ::write(fd, line.data(), line.size());
+        ::close(fd);
+        if (written != static_cast<ssize_t>(line.size()))
+            throw std::runtime_error("trigger FIFO write failed: " + paths[i]);
+    }
 }
 
 namespace {

@@ -16,14 +16,17 @@ std::string interfacesBesidesLoopback();
 
 std::vector<std::string> stockSerials();
 std::string fixtureSerial();
+// Every fixture camera, fixtureSerial() first; one trigger line reaches them all.
+std::vector<std::string> fixtureSerials();
 // A stock fake camera that drops 2 % of its stream packets.
 std::string lossySerial();
 // Every camera's serial, the order the backend lists them in (sorted).
 std::vector<std::string> allSerials();
 
-// Pulses the fixture's trigger line `count` times; with `lost`, the frames of those
-// pulses are lost on the link (the camera counts them, the host never sees them).
-void pulseTriggerLine(int count, bool lost = false);
+// Pulses the trigger line `count` times, every pulse reaching every fixture camera, as
+// one projector wired to several cameras. The frames of those pulses are lost on the
+// link of the cameras in `lostOn` (they count them, the host never sees them).
+void pulseTriggerLine(int count, const std::vector<std::string>& lostOn = {});
 
 // Kills the camera process serving `serial` outright (SIGKILL), as a camera that
 // loses power; returns false if the harness did not start it.

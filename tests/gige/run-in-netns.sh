@@ -9,18 +9,20 @@
 # Cameras (serial @ address):
 #   TAVRI-GV1 @ 127.0.0.2, TAVRI-GV2 @ 127.0.0.3, TAVRI-GV3 @ 127.0.0.4
 #       arv-fake-gv-camera-0.8, the stock fake camera
-#   TAVRI-FIX @ 127.0.0.5
-#       our fixture (FIXTURE_BINARY with FIXTURE_XML), trigger line pulsed through
-#       the FIFO named by TAVRI_GIGE_FIXTURE_CONTROL
+#   TAVRI-FIX @ 127.0.0.5, TAVRI-FIX2 @ 127.0.0.7
+#       our fixture (FIXTURE_BINARY with FIXTURE_XML), each with a trigger line pulsed
+#       through a control FIFO of its own; wired to one projector, a test writes every
+#       pulse to both FIFOs (tests/gige/GigeCameras.cpp)
 #   TAVRI-LOSSY @ 127.0.0.6
 #       arv-fake-gv-camera-0.8 dropping 2 % of its stream packets (-r 20)
 # The program finds in its environment:
-#   TAVRI_GIGE_STOCK_SERIALS, TAVRI_GIGE_FIXTURE_SERIAL, TAVRI_GIGE_FIXTURE_CONTROL,
-#   TAVRI_GIGE_LOSSY_SERIAL,
+#   TAVRI_GIGE_STOCK_SERIALS, TAVRI_GIGE_FIXTURE_SERIAL, TAVRI_GIGE_FIXTURE_CONTROL (the
+#   first fixture), TAVRI_GIGE_FIXTURE_SERIALS, TAVRI_GIGE_FIXTURE_CONTROLS (every
+#   fixture, in the same order), TAVRI_GIGE_LOSSY_SERIAL,
 #   TAVRI_GIGE_PIDS ("serial=pid ..."), TAVRI_GIGE_IN_NETNS=1.
 # TAVRI_GIGE_TIMEOUT (seconds, default 120) bounds the whole run.
 # TAVRI_GIGE_FIXTURE_ARGS replaces the fixture's geometry and rate options
-# (default "--sensor 640x480").
+# of every fixture (default "--sensor 640x480").
 set -u
 
 if (($# < 3)); then
@@ -48,7 +50,7 @@ fi
 
 # --- inside the namespace ---------------------------------------------------------
 ip link set lo up || exit 1
-for host in 2 3 4 5 6; do
+for host in 2 3 4 5 6 7; do
     ip addr add "127.0.0.$host/8" dev lo || exit 1
 done
 # Refuse to go on unless loopback is the only interface here.
@@ -97,16 +99,22 @@ for serial in $stock_serials; do
     host=$((host + 1))
 done
 start_camera TAVRI-LOSSY arv-fake-gv-camera-0.8 -i 127.0.0.6 -s TAVRI-LOSSY -r 20
-mkfifo "$workdir/trigger"
-start_camera TAVRI-FIX "$fixture" --address 127.0.0.5 --serial TAVRI-FIX --genicam "$xml" \
-    --control "$workdir/trigger" ${TAVRI_GIGE_FIXTURE_ARGS:---sensor 640x480}
+fixture_serials="TAVRI-FIX TAVRI-FIX2"
+declare -A fixture_hosts=([TAVRI-FIX]=5 [TAVRI-FIX2]=7)
+fixture_controls=
+for serial in $fixture_serials; do
+    mkfifo "$workdir/$serial.trigger"
+    fixture_controls+="$workdir/$serial.trigger "
+    start_camera "$serial" "$fixture" --address "127.0.0.${fixture_hosts[$serial]}" --serial "$serial" \
+        --genicam "$xml" --control "$workdir/$serial.trigger" ${TAVRI_GIGE_FIXTURE_ARGS:---sensor 640x480}
+done
 
 # Wait, bounded, until discovery sees every camera.
 ready=
 for _ in $(seq 40); do
     listing=$(timeout 5 arv-tool-0.8 2>/dev/null)
     ready=yes
-    for serial in $stock_serials TAVRI-FIX TAVRI-LOSSY; do
+    for serial in $stock_serials $fixture_serials TAVRI-LOSSY; do
         grep -q -- "-$serial " <<<"$listing" || ready=
     done
     [[ -n $ready ]] && break
@@ -121,7 +129,9 @@ fi
 
 export TAVRI_GIGE_STOCK_SERIALS=$stock_serials
 export TAVRI_GIGE_FIXTURE_SERIAL=TAVRI-FIX
-export TAVRI_GIGE_FIXTURE_CONTROL=$workdir/trigger
+export TAVRI_GIGE_FIXTURE_CONTROL=$workdir/TAVRI-FIX.trigger
+export TAVRI_GIGE_FIXTURE_SERIALS=$fixture_serials
+export TAVRI_GIGE_FIXTURE_CONTROLS=${fixture_controls% }
 export TAVRI_GIGE_LOSSY_SERIAL=TAVRI-LOSSY
 TAVRI_GIGE_PIDS=
 for serial in "${!pids[@]}"; do

@@ -1,12 +1,14 @@
 // Starts `teli-grab view` on the simulated rig and drives its page in headless chromium:
 // the live image updates and zooms, an exposure change reaches the camera and its read-back
 // shows, a refused value shows the driver's text, settings files save and load, the still
-// is a PNG, a sequence of 12 shows its contact sheet, bad input is refused, and off
-// 127.0.0.1 a request without the token is refused and changes nothing. Every server is stopped by its pid with SIGINT, killed if it lingers.
+// is a PNG, a sequence of 12 shows its contact sheet, bad input is refused, off
+// 127.0.0.1 a request without the token is refused and changes nothing, and two cameras
+// show side by side, each streaming with its own rate and histogram. Every server is stopped by its pid with SIGINT, killed if it lingers.
 // Usage: node view.test.mjs TELI_GRAB ARTIFACT_DIR CHROMIUM
 import {spawn} from 'node:child_process';
 import {mkdirSync, mkdtempSync, rmSync, writeFileSync} from 'node:fs';
 import http from 'node:http';
+import net from 'node:net';
 import {tmpdir} from 'node:os';
 import path from 'node:path';
 import puppeteer from 'puppeteer-core';
@@ -21,8 +23,8 @@ function check(condition, what) {
 }
 
 // teli-grab view on the simulated rig; resolves once it prints its address.
-function startView(listen) {
-  const child = spawn(teliGrab, ['--sdk', 'sim', '--mode', 'gray', 'view', '--listen', listen],
+function startView(listen, more = []) {
+  const child = spawn(teliGrab, ['--sdk', 'sim', '--mode', 'gray', 'view', '--listen', listen, ...more],
                       {stdio: ['ignore', 'pipe', 'pipe']});
   let output = '';
   child.stderr.on('data', (d) => process.stderr.write(d));
@@ -40,7 +42,7 @@ function startView(listen) {
 }
 
 // SIGINT as Ctrl-C would send; SIGKILL when it does not end in time.
-async function stopView(view, label) {
+async function stopView(view, label, stopped = /stopped after \d+ frames/) {
   if (view.child.exitCode !== null || view.child.signalCode !== null) return;
   view.child.kill('SIGINT');
   const result = await Promise.race([view.exited, new Promise((r) => setTimeout(() => r(null), STOP_MS))]);
@@ -50,7 +52,7 @@ async function stopView(view, label) {
   }
   check(result && result.code === 0,
         `${label}: Ctrl-C ends teli-grab view with exit code 0 within ${STOP_MS} ms (${JSON.stringify(result)})`);
-  check(/stopped after \d+ frames/.test(view.output()), `${label}: it reports how it stopped`);
+  check(stopped.test(view.output()), `${label}: it reports how it stopped`);
 }
 
 async function api(base, method, route, body) {
@@ -61,7 +63,36 @@ async function api(base, method, route, body) {
   return {status: response.status, json, text};
 }
 
+// A request as curl -X POST or -F sends it (no Content-Length, or a form), written on a
+// connection of its own as given; resolves with the status and the body.
+function rawRequest(base, method, route, headers, body) {
+  return new Promise((resolve, reject) => {
+    const socket = net.connect(Number(base.port), base.hostname);
+    let reply = '';
+    socket.setEncoding('utf8');
+    socket.on('data', (d) => { reply += d; });
+    socket.on('error', reject);
+    socket.on('end', () => {
+      const split = reply.indexOf('\r\n\r\n');
+      resolve({status: Number((/^HTTP\/1\.1 (\d+)/.exec(reply) || [])[1]), text: reply.slice(split + 4)});
+    });
+    // Not half-closed: httplib drops a request whose client has shut its side.
+    socket.write(`${method} ${route} HTTP/1.1\r\nHost: ${base.host}\r\n${headers}Connection: close\r\n\r\n${body}`);
+  });
+}
+
 const numberIn = (page, selector) => page.$eval(selector, (e) => Number(e.textContent));
+const tile = (index, field) => `.tile[data-camera="${index}"] .${field}`;
+
+// Waits until the tile of camera `index` has drawn two different frames.
+async function tileUpdates(page, index) {
+  const live = tile(index, 'live');
+  await page.waitForFunction((s) => Number(document.querySelector(s).dataset.stamp) > 0, {timeout: 20000}, live);
+  const first = await page.$eval(live, (e) => Number(e.dataset.stamp));
+  await page.waitForFunction((s, f) => Number(document.querySelector(s).dataset.stamp) !== f, {timeout: 20000},
+                             live, first);
+  return [first, await page.$eval(live, (e) => Number(e.dataset.stamp))];
+}
 
 async function setControl(page, key, value) {
   await page.$eval(`.control[data-key="${key}"] input, .control[data-key="${key}"] select`, (input, v) => {
@@ -112,21 +143,25 @@ async function liveViewCase() {
     const {page} = session;
 
     // Two different frame stamps on the drawn image.
-    await page.waitForFunction(() => Number(document.getElementById('live').dataset.stamp) > 0, {timeout: 20000});
-    const first = await page.$eval('#live', (e) => Number(e.dataset.stamp));
-    await page.waitForFunction((s) => Number(document.getElementById('live').dataset.stamp) !== s,
-                               {timeout: 20000}, first);
-    const second = await page.$eval('#live', (e) => Number(e.dataset.stamp));
+    const [first, second] = await tileUpdates(page, 0);
     check(second !== first, `the image updates (frame stamps ${first} then ${second})`);
 
     // A click shows the image 1:1 around that point; a second click fits it again.
-    const box = await (await page.$('#live')).boundingBox();
+    const live = tile(0, 'live');
+    const box = await (await page.$(live)).boundingBox();
     await page.mouse.click(box.x + box.width / 2, box.y + box.height / 2);
-    await page.waitForFunction(() => /^region=\d+,\d+,\d+,\d+$/.test(document.getElementById('live').dataset.view),
-                               {timeout: 20000});
-    check(true, `a click shows the image 1:1 (${await page.$eval('#live', (e) => e.dataset.view)})`);
+    await page.waitForFunction((s) => /^region=\d+,\d+,\d+,\d+$/.test(document.querySelector(s).dataset.view),
+                               {timeout: 20000}, live);
+    check(true, `a click shows the image 1:1 (${await page.$eval(live, (e) => e.dataset.view)})`);
     await page.mouse.click(box.x + box.width / 2, box.y + box.height / 2);
-    await page.waitForFunction(() => /^fit=/.test(document.getElementById('live').dataset.view), {timeout: 20000});
+    await page.waitForFunction((s) => /^fit=/.test(document.querySelector(s).dataset.view), {timeout: 20000}, live);
+
+    // The controls are the server's list of writable settings, with its words.
+    const served = (await api(base, 'GET', '/api/controls')).json.controls.filter((c) => c.writable);
+    const built = await page.$$eval('.control', (list) => list.map((c) => [c.dataset.key,
+        [...c.querySelectorAll('option')].map((o) => o.value).join(',')]));
+    check(JSON.stringify(built) === JSON.stringify(served.map((c) => [c.key, c.words.join(',')])),
+          `the page's controls are the settings the server lists (${built.map((c) => c[0]).join(', ')})`);
 
     // An exposure change reaches the camera; the page shows what the camera kept.
     await page.waitForFunction(() => document.querySelector('[data-key="ExposureTime"] .kept').textContent !== '');
@@ -190,9 +225,16 @@ async function liveViewCase() {
       ['POST', '/api/sequence?count=0', '', /whole number from 1 to 120/],
       ['POST', '/api/sequence?count=121', '', /whole number from 1 to 120/],
       ['POST', '/api/settings/file', '{"Lens": {"MaxIris": 2}}', /none of the camera's settings/],
+      ['GET', '/api/status?camera=1', undefined, /camera must be a whole number from 0 to 0, got '1'/],
+      // Sent raw: a plain POST has no Content-Length; a route without a body runs anyway.
+      ['POST', '/api/settings', '', /needs a JSON body with its length/, ''],
+      ['POST', '/api/sequence?count=0', '', /whole number from 1 to 120/, ''],
+      ['POST', '/api/settings', '--b\r\nContent-Disposition: form-data; name="f"\r\n\r\n{}\r\n--b--\r\n',
+       /not a form/, 'Content-Type: multipart/form-data; boundary=b\r\nContent-Length: 60\r\n'],
     ];
-    for (const [method, route, body, reason] of bad) {
-      const reply = await page.evaluate(async (m, r, b) => {
+    for (const [method, route, body, reason, rawHeaders] of bad) {
+      const reply = rawHeaders !== undefined ? await rawRequest(base, method, route, rawHeaders, body)
+                                             : await page.evaluate(async (m, r, b) => {
         const response = await fetch(r, {method: m, body: b});
         return {status: response.status, text: await response.text()};
       }, method, route, body);
@@ -220,8 +262,8 @@ async function liveViewCase() {
     await keptAfter(page, 'Camera/Gain', 6);
     await page.click('#markSaturated');
     await new Promise((resolve) => setTimeout(resolve, 3000));
-    const shown = await numberIn(page, '#shownFps');
-    const cameraRate = await numberIn(page, '#cameraFps');
+    const shown = await numberIn(page, tile(0, 'shownFps'));
+    const cameraRate = await numberIn(page, tile(0, 'cameraFps'));
     console.log(`note: the page showed ${shown} frames per second; the camera delivered ${cameraRate}`);
     mkdirSync(artifacts, {recursive: true});
     await page.screenshot({path: path.join(artifacts, 'view.png')});
@@ -267,9 +309,56 @@ async function tokenCase() {
   }
 }
 
+// `--all` on the default rig: SIM0001 and SIM0002 side by side, each streaming with its
+// rate and histogram; the controls act on the camera chosen beside them.
+async function twoCameraCase() {
+  const view = startView('127.0.0.1:0', ['--all']);
+  let session = null;
+  try {
+    session = await livePage(view);
+    const {base, page} = session;
+    await page.waitForFunction(() => document.querySelectorAll('.tile').length === 2, {timeout: 20000});
+    for (const index of [0, 1]) {
+      const serial = await page.$eval(tile(index, 'serial'), (e) => e.textContent);
+      const [first, second] = await tileUpdates(page, index);
+      await page.waitForFunction((s) => Number(document.querySelector(s).textContent) > 0, {timeout: 20000},
+                                 tile(index, 'cameraFps'));
+      await page.waitForFunction((s) => document.querySelector(s).textContent !== '–', {timeout: 20000},
+                                 tile(index, 'format'));
+      const status = (await api(base, 'GET', `/api/status?camera=${index}`)).json;
+      check(serial === `SIM000${index + 1}` && status.serial === serial && status.histogram.length === 256 &&
+                second !== first,
+            `camera ${index} (${serial}) streams in its own tile (frames ${first} then ${second}), with its rate ` +
+            `(${await page.$eval(tile(index, 'cameraFps'), (e) => e.textContent)} fps) and histogram`);
+    }
+    const boxes = await Promise.all([0, 1].map(async (i) => (await page.$(tile(i, 'live'))).boundingBox()));
+    check(boxes[1].x >= boxes[0].x + boxes[0].width && Math.abs(boxes[1].y - boxes[0].y) < 1,
+          'the two cameras are side by side');
+
+    // The controls follow the camera chosen: an exposure for SIM0002 leaves SIM0001 as it was.
+    await page.select('#camera', '1');
+    await page.waitForFunction(() => document.querySelector('[data-key="ExposureTime"] .kept').textContent !== '');
+    await setControl(page, 'ExposureTime', 2468);
+    await keptAfter(page, 'ExposureTime', 2468);
+    const exposures = await Promise.all([0, 1].map(async (i) =>
+      (await api(base, 'GET', `/api/settings?camera=${i}`)).json.settings.ExposureTime));
+    check(exposures[0] === 8333 && exposures[1] === 2468,
+          `a change reaches the chosen camera only (exposures ${exposures.join(', ')})`);
+    mkdirSync(artifacts, {recursive: true});
+    await page.screenshot({path: path.join(artifacts, 'view-two-cameras.png')});
+  } finally {
+    if (session) {
+      await session.browser.close();
+      rmSync(session.userDataDir, {recursive: true, force: true});
+    }
+    await stopView(view, 'two cameras', /SIM0001 stopped after \d+ frames[^]*SIM0002 stopped after \d+ frames/);
+  }
+}
+
 try {
   await liveViewCase();
   await tokenCase();
+  await twoCameraCase();
 } catch (error) {
   failures.push(String(error.stack || error));
 }

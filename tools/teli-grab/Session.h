@@ -55,6 +55,7 @@ public:
 
     Tavri::CameraDriver& driver() { return *camera_; }
     void markOpened() { opened_ = true; }
+    bool opened() const { return opened_; }
 
 private:
     std::unique_ptr<Tavri::CameraDriver> camera_;
@@ -77,19 +78,27 @@ public:
     // ToolError(BadSettingsFile). Unknown serial: ToolError(CameraNotFound) listing the
     // serials present.
     Tavri::CameraDriver& open(const CheckedSettings* tree = nullptr);
+    // The same for the camera `serial` (empty: the first listed). Once the first camera
+    // object is open, each call opens a new one beside it, as a host of several
+    // cameras holds one object per camera.
+    Tavri::CameraDriver& open(const std::string& serial, const CheckedSettings* tree = nullptr);
+    // The serials of every camera listed.
+    std::vector<std::string> listedSerials();
 
     // On the open camera: applies `settings` (checked already) and reads the numeric
     // values back; the lines of valuesNotKept, empty when the camera kept them all.
     std::vector<std::string> applyAndReadBack(const CheckedSettings& settings);
 
 private:
-    void apply(const CheckedSettings& settings);
+    void apply(Tavri::CameraDriver& driver, const CheckedSettings& settings);
 
     const GlobalOptions& options_;
     std::vector<CheckedSettings> given_;
     PluginLibrary library_;
     DriverLifetime lifetime_;
     CameraObject camera_;
+    // Cameras opened beside the first; released before it.
+    std::vector<std::unique_ptr<CameraObject>> others_;
 };
 
 // Runs `body` on a fresh session. Every exception is turned into a ToolError before the

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "SettingsCheck.h"
+#include "settings/CameraSettings.h"
 #include "settings/SettingsOld.h"
 
 namespace TeliGrab::View {
@@ -103,19 +104,34 @@ SettingsChange parseSettingsFile(const std::string& text) {
     return change;
 }
 
-int parseSequenceCount(const std::string& text) {
+int parseWholeNumber(const std::string& text, const char* what, int lowest, int highest) {
     const auto refuse = [&] {
-        return RequestError((boost::format("the sequence length must be a whole number from 1 to %d, got '%s'") %
-                             kMaxSequenceLength % text)
-                                .str());
+        return RequestError(
+            (boost::format("%s must be a whole number from %d to %d, got '%s'") % what % lowest % highest % text)
+                .str());
     };
     if (text.empty() || text.size() > 4 || !std::all_of(text.begin(), text.end(), [](unsigned char c) {
             return std::isdigit(c);
         }))
         throw refuse();
-    const int count = std::stoi(text);
-    if (count < 1 || count > kMaxSequenceLength) throw refuse();
-    return count;
+    const int number = std::stoi(text);
+    if (number < lowest || number > highest) throw refuse();
+    return number;
+}
+
+int parseSequenceCount(const std::string& text) {
+    return parseWholeNumber(text, "the sequence length", 1, kMaxSequenceLength);
+}
+
+nlohmann::json controlsJson() {
+    nlohmann::json controls = nlohmann::json::array();
+    for (const auto& row : CameraSettings::table())
+        controls.push_back({{"key", row.key},
+                            {"kind", row.numeric ? "number" : "word"},
+                            {"words", row.words},
+                            {"writable", row.writable},
+                            {"label", row.label}});
+    return {{"controls", controls}};
 }
 
 }  // namespace TeliGrab::View

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -34,8 +35,16 @@ SettingsChange parseSettingsChange(const std::string& body);
 // that is not such a tree, or holds none of the camera's keys, is refused.
 SettingsChange parseSettingsFile(const std::string& text);
 
+// `text` as a whole number from `lowest` to `highest`; RequestError naming `what` otherwise.
+int parseWholeNumber(const std::string& text, const char* what, int lowest, int highest);
+
 // The length of a sequence: a whole number from 1 to the driver's request pool size.
 constexpr int kMaxSequenceLength = 120;
 int parseSequenceCount(const std::string& text);
+
+// The camera's settings table as the page builds its controls from it:
+// {"controls": [{"key", "kind": "number" or "word", "words": [...], "writable", "label"}]}.
+// A backend that knows a number's range may add "min", "max" and "increment".
+nlohmann::json controlsJson();
 
 }  // namespace TeliGrab::View

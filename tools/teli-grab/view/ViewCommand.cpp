@@ -3,16 +3,17 @@
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <exception>
 #include <iostream>
 #include <memory>
+#include <thread>
+#include <vector>
 
 #include "Session.h"
 #include "ToolError.h"
-#include "view/CameraLoop.h"
-#include "view/FrameHub.h"
 #include "view/ListenAddress.h"
-#include "view/TaskQueue.h"
 #include "view/ViewServer.h"
+#include "view/ViewedCamera.h"
 
 namespace TeliGrab {
 
@@ -21,6 +22,8 @@ namespace {
 struct ViewOptions {
     std::string listen = "127.0.0.1:8080";
     std::string token;
+    std::vector<std::string> serials;  // empty: --serial of the whole tool, or the first camera
+    bool all = false;
 };
 
 // Lock-free, so safe in a signal handler, and atomic, since the signal may arrive on any
@@ -49,29 +52,71 @@ private:
     std::array<void (*)(int), 4> previous_{};
 };
 
-void serve(Session& session, const View::ListenAddress& address, const std::string& token, bool debayer) {
-    View::TaskQueue tasks;
-    View::FrameHub hub;
-    auto& camera = session.camera();
-    View::CameraLoop loop(camera, tasks, hub);
-    View::ViewServer server(address, token, tasks, hub, loop);
-    server.setDebayerStills(debayer);
+// The serials the view opens: every camera listed with --all, else those given, else
+// the first listed.
+std::vector<std::string> camerasToOpen(Session& session, const ViewOptions& view, const GlobalOptions& options) {
+    if (view.all) return session.listedSerials();
+    if (!view.serials.empty()) return view.serials;
+    if (!options.serial.empty()) return {options.serial};
+    return {session.listedSerials().front()};
+}
+
+// Drives every camera on a thread of its own (the first on this one): each loop is the
+// only caller of its camera object. A camera whose loop fails ends the view for all.
+void runLoops(std::vector<std::unique_ptr<View::ViewedCamera>>& cameras) {
+    std::atomic<bool> failed{false};
+    std::vector<std::exception_ptr> errors(cameras.size());
+    const auto run = [&](std::size_t i) {
+        try {
+            cameras[i]->loop.run([&] { return stopSignal != 0 || failed; });
+        } catch (...) {
+            errors[i] = std::current_exception();
+            failed = true;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (std::size_t i = 1; i < cameras.size(); ++i) threads.emplace_back(run, i);
+    run(0);
+    for (auto& thread : threads) thread.join();
+    for (const auto& error : errors)
+        if (error) std::rethrow_exception(error);
+}
+
+void serve(Session& session, const ViewOptions& view, const GlobalOptions& options, const View::ListenAddress& address,
+           const std::string& token) {
+    View::ViewServer server(address, token);
+    server.setDebayerStills(options.debayer);
     StopSignals signals;
 
-    session.open();
-    server.start();
+    std::vector<std::unique_ptr<View::ViewedCamera>> cameras;
+    std::vector<View::ViewedCamera*> served;
+    for (const auto& serial : camerasToOpen(session, view, options)) {
+        auto& driver = session.open(serial);
+        cameras.push_back(std::make_unique<View::ViewedCamera>(serial, driver));
+        served.push_back(cameras.back().get());
+    }
+    server.start(served);
     std::cout << "teli-grab view: http://" << address.host << ':' << server.port() << '/'
               << (token.empty() ? "" : "?token=" + token) << '\n'
               << "press Ctrl-C to stop" << std::endl;
-    loop.run([] { return stopSignal != 0; });
-
-    // Viewers first: their responses end once the hub stops, then the server's threads
-    // can be joined; the camera is released when the session ends.
-    hub.stop();
-    server.stop();
-    const auto stats = loop.stats();
-    std::cout << "teli-grab view: stopped after " << stats.frames << " frames, " << stats.failures << " failures"
-              << std::endl;
+    // Viewers first: their responses end once the hubs stop, then the server's threads
+    // can be joined; the cameras are released when the session ends.
+    const auto stopViewers = [&] {
+        for (auto& camera : cameras) camera->hub.stop();
+        server.stop();
+    };
+    try {
+        runLoops(cameras);
+    } catch (...) {
+        stopViewers();
+        throw;
+    }
+    stopViewers();
+    for (const auto& camera : cameras) {
+        const auto stats = camera->loop.stats();
+        std::cout << "teli-grab view: " << (cameras.size() > 1 ? camera->serial + " " : "") << "stopped after "
+                  << stats.frames << " frames, " << stats.failures << " failures" << std::endl;
+    }
 }
 
 }  // namespace
@@ -85,11 +130,15 @@ void addViewCommand(CLI::App& app, const GlobalOptions& options) {
         ->capture_default_str();
     command->add_option("--token", settings->token,
                         "token every request must carry (default off 127.0.0.1: a random one, printed at start)");
+    // Its own --serial, so the view takes several; the tool's --serial names one camera.
+    auto* serials = command->add_option("--serial", settings->serials,
+                                        "serial number of a camera to show (repeatable: shown side by side)");
+    command->add_flag("--all", settings->all, "show every camera listed, side by side")->excludes(serials);
     command->callback([&options, settings] {
         const auto address = View::parseListenAddress(settings->listen);
         std::string token = settings->token;
         if (token.empty() && address.needsToken()) token = View::randomToken();
-        withSession(options, [&](Session& session) { serve(session, address, token, options.debayer); });
+        withSession(options, [&](Session& session) { serve(session, *settings, options, address, token); });
     });
 }
 

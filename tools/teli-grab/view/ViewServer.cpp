@@ -42,15 +42,16 @@ constexpr int kJpegQuality = 80;
 
 // The histogram is taken from the newest frame when the page asks, twice a second,
 // rather than for every frame.
-nlohmann::json statusJson(const CameraLoop& loop, const FrameHub& hub) {
-    const auto stats = loop.stats();
-    nlohmann::json status{{"frames", stats.frames},
+nlohmann::json statusJson(const ViewedCamera& camera) {
+    const auto stats = camera.loop.stats();
+    nlohmann::json status{{"serial", camera.serial},
+                          {"frames", stats.frames},
                           {"failures", stats.failures},
                           {"missing", stats.missing},
                           {"lastFailure", stats.lastFailure},
                           {"cameraFps", stats.framesPerSecond},
-                          {"markSaturated", hub.marksSaturated()}};
-    if (const auto frame = hub.latest()) {
+                          {"markSaturated", camera.hub.marksSaturated()}};
+    if (const auto frame = camera.hub.latest()) {
         const auto analysis = analyse(frame->image);
         status["stamp"] = frame->stamp;
         status["width"] = frame->image.cols;
@@ -59,6 +60,34 @@ nlohmann::json statusJson(const CameraLoop& loop, const FrameHub& hub) {
         status["saturatedShare"] = analysis.saturatedShare;
     }
     return status;
+}
+
+void answerFromCamera(TaskQueue& tasks, httplib::Response& response, TaskQueue::Work work) {
+    auto future = tasks.post(std::move(work));
+    if (future.wait_for(kCameraAnswerTimeout) != std::future_status::ready)
+        return answer(response, errorReply(504, "the camera did not answer in time"));
+    try {
+        answer(response, future.get());
+    } catch (const std::future_error&) {
+        answer(response, errorReply(503, "the view is shutting down"));
+    } catch (const std::exception& error) {
+        answer(response, errorReply(500, error.what()));
+    }
+}
+
+// A request httplib refused itself comes with an empty body; say what was wrong.
+std::string refusalText(int status) {
+    switch (status) {
+    case 400: return "the request could not be read (a body shorter than its Content-Length, or a broken form)";
+    case 404: return "no such page or API";
+    case 413: return (boost::format("the body is larger than %d bytes") % kMaxBody).str();
+    default: return "HTTP " + std::to_string(status);
+    }
+}
+
+bool hasBodyLength(const httplib::Request& request) {
+    return request.has_header("Content-Length") ||
+           request.get_header_value("Transfer-Encoding").find("chunked") != std::string::npos;
 }
 
 std::string partHeader(const RawFrame& frame, std::size_t bytes) {
@@ -70,9 +99,7 @@ std::string partHeader(const RawFrame& frame, std::size_t bytes) {
 
 }  // namespace
 
-ViewServer::ViewServer(const ListenAddress& address, std::string token, TaskQueue& tasks, FrameHub& hub,
-                       const CameraLoop& loop)
-    : token_(std::move(token)), tasks_(tasks), hub_(hub), loop_(loop) {
+ViewServer::ViewServer(const ListenAddress& address, std::string token) : token_(std::move(token)) {
     // SO_REUSEADDR alone: httplib's default, SO_REUSEPORT, would let a second view bind
     // the same port and take half of its connections instead of being refused.
     server_.set_socket_options([](socket_t socket) {
@@ -101,17 +128,20 @@ ViewServer::ViewServer(const ListenAddress& address, std::string token, TaskQueu
 
 ViewServer::~ViewServer() { stop(); }
 
-void ViewServer::start() {
+void ViewServer::start(std::vector<ViewedCamera*> cameras) {
+    cameras_ = std::move(cameras);
     thread_ = std::thread([this] { server_.listen_after_bind(); });
 }
 
 void ViewServer::stop() {
-    // Streams and requests waiting on the camera end first, or the server's threads
+    // Streams and requests waiting on a camera end first, or the server's threads
     // could not be joined.
     stopping_ = true;
-    tasks_.close();
+    for (auto* camera : cameras_) camera->tasks.close();
     server_.stop();
     if (thread_.joinable()) thread_.join();
+    // No request runs any more; the cameras may go before the server does.
+    cameras_.clear();
 }
 
 bool ViewServer::authorised(const httplib::Request& request) const {
@@ -127,21 +157,22 @@ bool ViewServer::authorised(const httplib::Request& request) const {
     return sameToken(request.get_header_value("X-View-Token"), token_);
 }
 
-void ViewServer::answerFromCamera(httplib::Response& response, TaskQueue::Work work) {
-    auto future = tasks_.post(std::move(work));
-    if (future.wait_for(kCameraAnswerTimeout) != std::future_status::ready)
-        return answer(response, errorReply(504, "the camera did not answer in time"));
-    try {
-        answer(response, future.get());
-    } catch (const std::future_error&) {
-        answer(response, errorReply(503, "the view is shutting down"));
-    } catch (const std::exception& error) {
-        answer(response, errorReply(500, error.what()));
-    }
+httplib::Server::Handler ViewServer::forCamera(CameraHandler handler) {
+    return [this, handler](const httplib::Request& request, httplib::Response& response) {
+        int index = 0;
+        try {
+            if (request.has_param("camera"))
+                index = parseWholeNumber(request.get_param_value("camera"), "camera", 0,
+                                         static_cast<int>(cameras_.size()) - 1);
+        } catch (const RequestError& error) {
+            return answer(response, errorReply(400, error.what()));
+        }
+        handler(*cameras_[index], request, response);
+    };
 }
 
 // One long response of JPEG parts, each the newest frame in the view the page asked for.
-void ViewServer::stream(const httplib::Request& request, httplib::Response& response) {
+void ViewServer::stream(ViewedCamera& camera, const httplib::Request& request, httplib::Response& response) {
     ViewRequest view;
     try {
         view = parseViewRequest(request.get_param_value("fit"), request.get_param_value("region"));
@@ -152,15 +183,15 @@ void ViewServer::stream(const httplib::Request& request, httplib::Response& resp
     auto last = std::make_shared<std::uint64_t>(0);
     response.set_chunked_content_provider(
         std::string("multipart/x-mixed-replace; boundary=") + kBoundary,
-        [this, view, last](std::size_t, httplib::DataSink& sink) {
+        [this, &hub = camera.hub, view, last](std::size_t, httplib::DataSink& sink) {
             // Waits in short steps so a stopping server ends the response soon.
-            const auto frame = hub_.next(*last, kFrameWait);
-            if (stopping_ || hub_.stopped()) return false;
+            const auto frame = hub.next(*last, kFrameWait);
+            if (stopping_ || hub.stopped()) return false;
             if (!frame) return sink.is_writable();
             *last = frame->stamp;
             const auto start = std::chrono::steady_clock::now();
-            const auto jpeg = encodeJpeg(renderView(*frame, view, hub_.marksSaturated()), kJpegQuality);
-            hub_.countEncoded(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+            const auto jpeg = encodeJpeg(renderView(*frame, view, hub.marksSaturated()), kJpegQuality);
+            hub.countEncoded(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
             const std::string header = partHeader(*frame, jpeg.size());
             return sink.write(header.data(), header.size()) &&
                    sink.write(reinterpret_cast<const char*>(jpeg.data()), jpeg.size()) && sink.write("\r\n", 2);
@@ -170,76 +201,122 @@ void ViewServer::stream(const httplib::Request& request, httplib::Response& resp
 // A settings change from the page: checked here (400 with the reason), applied by the
 // camera's thread.
 void ViewServer::postChange(const char* path, SettingsChange (*parse)(const std::string&)) {
-    server_.Post(path, [this, parse](const httplib::Request& request, httplib::Response& response) {
+    server_.Post(path, forCamera([parse](ViewedCamera& camera, const httplib::Request& request,
+                                         httplib::Response& response) {
         try {
+            // A form's parts are not the body: the JSON would be missed, not refused.
+            if (request.is_multipart_form_data())
+                throw RequestError(std::string("POST ") + request.path +
+                                   " takes JSON as the request's body, not a form (multipart/form-data)");
             auto change = parse(request.body);
-            answerFromCamera(response, [change](Tavri::CameraDriver& camera) { return applyChange(camera, change); });
+            answerFromCamera(camera.tasks, response,
+                             [change](Tavri::CameraDriver& driver) { return applyChange(driver, change); });
         } catch (const RequestError& error) {
             answer(response, errorReply(400, error.what()));
         }
-    });
+    }));
+}
+
+void ViewServer::postWithoutBody(const std::string& path, httplib::Server::Handler handler) {
+    server_.Post(path, handler);
+    bodyless_.emplace(path, std::move(handler));
+}
+
+// httplib reads a POST without Content-Length until the client closes or its read
+// times out, then answers an empty 400: such a POST (curl -X POST) is answered here
+// before any body is read. A route that takes no body runs at once; one that needs a
+// body is refused with the reason.
+httplib::Server::HandlerResponse ViewServer::plainPost(const httplib::Request& request, httplib::Response& response) {
+    if (request.method != "POST" || hasBodyLength(request)) return httplib::Server::HandlerResponse::Unhandled;
+    const auto bodyless = bodyless_.find(request.path);
+    if (bodyless != bodyless_.end()) {
+        bodyless->second(request, response);
+        return httplib::Server::HandlerResponse::Handled;
+    }
+    answer(response, errorReply(400, "POST " + request.path +
+                                         " needs a JSON body with its length (Content-Length); none was sent"));
+    // Whatever the client sends after is never read: the connection takes no other request.
+    response.set_header("Connection", "close");
+    return httplib::Server::HandlerResponse::Handled;
 }
 
 void ViewServer::addRoutes() {
     server_.set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
-        if (authorised(request)) return httplib::Server::HandlerResponse::Unhandled;
+        if (authorised(request)) return plainPost(request, response);
         answer(response, errorReply(403, token_.empty() ? "requests from other sites are refused"
                                                         : "this view needs its token: open the address teli-grab printed"));
         return httplib::Server::HandlerResponse::Handled;
     });
+    server_.set_error_handler(httplib::Server::Handler([](const httplib::Request&, httplib::Response& response) {
+        if (response.body.empty()) answer(response, errorReply(response.status, refusalText(response.status)));
+    }));
 
     server_.Get(R"(/|/view\.js|/view\.css)", [](const httplib::Request& request, httplib::Response& response) {
         const WebAsset* asset = findWebAsset(request.path == "/" ? "/index.html" : request.path);
         response.set_content(asset->body.data(), asset->body.size(), asset->contentType);
     });
 
-    server_.Get("/stream", [this](const httplib::Request& request, httplib::Response& response) {
-        stream(request, response);
+    using Request = httplib::Request;
+    using Response = httplib::Response;
+    server_.Get("/stream", forCamera([this](ViewedCamera& camera, const Request& request, Response& response) {
+        stream(camera, request, response);
+    }));
+
+    server_.Get("/api/cameras", [this](const Request&, Response& response) {
+        nlohmann::json cameras = nlohmann::json::array();
+        for (const auto* camera : cameras_) cameras.push_back({{"serial", camera->serial}});
+        answer(response, {200, "application/json", nlohmann::json{{"cameras", cameras}}.dump(), ""});
     });
 
-    server_.Get("/api/status", [this](const httplib::Request&, httplib::Response& response) {
-        answer(response, {200, "application/json", statusJson(loop_, hub_).dump(), ""});
+    server_.Get("/api/controls", [](const Request&, Response& response) {
+        answer(response, {200, "application/json", controlsJson().dump(), ""});
     });
 
-    server_.Post("/api/overlay", [this](const httplib::Request& request, httplib::Response& response) {
+    server_.Get("/api/status", forCamera([](ViewedCamera& camera, const Request&, Response& response) {
+        answer(response, {200, "application/json", statusJson(camera).dump(), ""});
+    }));
+
+    // The overlay is the page's, so it applies to every camera shown.
+    postWithoutBody("/api/overlay", [this](const Request& request, Response& response) {
         const std::string value = request.get_param_value("saturated");
-        if (value != "0" && value != "1")
-            return answer(response, errorReply(400, "saturated must be 0 or 1"));
-        hub_.setMarkSaturated(value == "1");
+        if (value != "0" && value != "1") return answer(response, errorReply(400, "saturated must be 0 or 1"));
+        for (auto* camera : cameras_) camera->hub.setMarkSaturated(value == "1");
         answer(response, {200, "application/json", nlohmann::json{{"markSaturated", value == "1"}}.dump(), ""});
     });
 
-    server_.Get("/api/settings", [this](const httplib::Request&, httplib::Response& response) {
-        answerFromCamera(response, currentSettings);
-    });
+    server_.Get("/api/settings", forCamera([](ViewedCamera& camera, const Request&, Response& response) {
+        answerFromCamera(camera.tasks, response, currentSettings);
+    }));
 
     postChange("/api/settings", parseSettingsChange);
 
-    server_.Get("/api/settings/file", [this](const httplib::Request&, httplib::Response& response) {
-        answerFromCamera(response, [](Tavri::CameraDriver& camera) {
+    server_.Get("/api/settings/file", forCamera([](ViewedCamera& camera, const Request&, Response& response) {
+        answerFromCamera(camera.tasks, response, [](Tavri::CameraDriver& driver) {
             try {
-                return Reply{200, "application/json", camera.settings().toJson() + "\n", "camera-settings.json"};
+                return Reply{200, "application/json", driver.settings().toJson() + "\n", "camera-settings.json"};
             } catch (const std::exception& error) {
                 return errorReply(500, std::string("settings: ") + error.what());
             }
         });
-    });
+    }));
 
     postChange("/api/settings/file", parseSettingsFile);
 
-    server_.Get("/api/still.png", [this](const httplib::Request&, httplib::Response& response) {
+    server_.Get("/api/still.png", forCamera([this](ViewedCamera& camera, const Request&, Response& response) {
         const bool debayer = debayerStills_;
-        answerFromCamera(response, [debayer](Tavri::CameraDriver& camera) { return stillPng(camera, debayer); });
-    });
+        answerFromCamera(camera.tasks, response,
+                         [debayer](Tavri::CameraDriver& driver) { return stillPng(driver, debayer); });
+    }));
 
-    server_.Post("/api/sequence", [this](const httplib::Request& request, httplib::Response& response) {
+    postWithoutBody("/api/sequence", forCamera([](ViewedCamera& camera, const Request& request, Response& response) {
         try {
             const int count = parseSequenceCount(request.get_param_value("count"));
-            answerFromCamera(response, [count](Tavri::CameraDriver& camera) { return sequenceSheet(camera, count); });
+            answerFromCamera(camera.tasks, response,
+                             [count](Tavri::CameraDriver& driver) { return sequenceSheet(driver, count); });
         } catch (const RequestError& error) {
             answer(response, errorReply(400, error.what()));
         }
-    });
+    }));
 }
 
 }  // namespace TeliGrab::View
