@@ -26,7 +26,9 @@ struct Setting {
 
 inline const std::vector<Setting>& table() {
     namespace Camera = SettingsOld::Camera;
-    static const std::vector<Setting> rows{
+    // Made once and never destroyed: the plug-in and its host share one table per
+    // process, and the plug-in that made it may be unloaded while the host still reads it.
+    static const auto* rows = new std::vector<Setting>{
         {SettingsOld::ExposureTime, true, {}, true, "Exposure (µs)"},
         {Camera::Gain, true, {}, true, "Gain"},
         {Camera::BlackLevel, true, {}, true, "Black level"},
@@ -50,7 +52,7 @@ inline const std::vector<Setting>& table() {
          "Trigger polarity"},
         {Camera::BayerLayout, false, {Camera::BayerLayoutValues::BGGR}, false, "Bayer layout"},
     };
-    return rows;
+    return *rows;
 }
 
 // The row of `key`; a key without a row is a fault of the program, not of its input.
