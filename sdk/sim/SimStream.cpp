@@ -12,9 +12,6 @@
 
 namespace Tavri::sim {
 
-// Here rather than with the device: whether it acquires is the stream's to say.
-bool Device::acquiring() const { return stream && stream->acquiring; }
-
 bool fillFrame(Device& d, RequestObj& request, std::uint32_t frame, std::uint32_t pattern,
                std::unique_lock<std::mutex>* lock) {
     const FrameSettings settings = d.settings();

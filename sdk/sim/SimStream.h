@@ -80,6 +80,9 @@ struct StreamObj : HandleObj {
     bool lastTakenFailed = false;
 };
 
+// Here rather than with the device: whether it acquires is the stream's to say.
+inline bool Device::acquiring() const { return stream && stream->acquiring; }
+
 // Sizes frame `frame` for `request` (an oversize fault makes it fail: nothing written)
 // and writes it: rendered whole with `lock` released, when a lock is given, or else its
 // stamp alone (benchmark mode). Returns false for a failed frame.
