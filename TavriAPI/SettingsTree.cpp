@@ -1,70 +1,59 @@
-// The camera's settings as a host settings tree, in both directions.
+// The camera's settings as a host settings tree, in both directions. Keys and words
+// come from the settings table; this file says how each is read from and written to
+// the camera, in the order hosts have always been given and applied them.
 
-#include <boost/algorithm/string/predicate.hpp>
-#include <locale>
+#include <cstdint>
+#include <functional>
 
 #include "TavriAPI/Messages.h"
 #include "TavriAPI/TavriCameraToshibaTeli.h"
-#include "settings/SettingsOld.h"
+#include "settings/CameraSettings.h"
 
 namespace Tavri {
 
+using CameraSettings::namedWord;
+using CameraSettings::row;
+using CameraSettings::Setting;
+using CameraSettings::wordAt;
 using detail::formatMessage;
 namespace Camera = SettingsOld::Camera;
 
-namespace {
-
-// A received value names a word when it contains it, ignoring case.
-bool names(const std::string& value, const std::string& word) {
-    return boost::algorithm::icontains(value, word, std::locale());
-}
-
-}  // namespace
-
 const TSettings TavriCameraToshibaTeli::settings() {
     TSettings tree("");
-    tree.addString(Camera::BayerLayout, Camera::BayerLayoutValues::BGGR, "");
+    // Each number is read from the camera as it is described; a failed read describes 0.
+    const auto number = [&](const Setting& setting, const std::function<void(double*)>& read) {
+        double value = 0.0;
+        read(&value);
+        tree.addDouble(setting.key, value, "");
+    };
+    const auto word = [&](const Setting& setting, std::int64_t position) {
+        tree.addString(setting.key, wordAt(setting, position), "");
+    };
 
-    double exposure = 0.0;
-    sdk.sdkGetExposureTime(cameraHandle, &exposure);
-    tree.addDouble(SettingsOld::ExposureTime, exposure, "");
+    word(row(Camera::BayerLayout), 0);
+    number(row(SettingsOld::ExposureTime), [&](double* v) { sdk.sdkGetExposureTime(cameraHandle, v); });
 
-    std::string colorMode;
-    switch (static_cast<ImageType>(mode)) {
-        case ImageType::Gray: colorMode = Camera::ColorModeValues::Gray; break;
-        case ImageType::Color: colorMode = Camera::ColorModeValues::Color; break;
-        case ImageType::Raw: colorMode = Camera::ColorModeValues::Raw; break;
-        default: TAVRI_LOG(3, "Illegal color mode"); break;
-    }
-    tree.addString(Camera::ColorMode, colorMode, "");
+    // The table's colour words are in ImageType's order; an illegal mode has no word.
+    const Setting& colorMode = row(Camera::ColorMode);
+    if (wordAt(colorMode, mode).empty()) TAVRI_LOG(3, "Illegal color mode");
+    word(colorMode, mode);
 
-    double gain = 0.0;
-    sdk.sdkGetGain(cameraHandle, &gain);
-    double blackLevel = 0.0;
-    sdk.sdkGetBlackLevel(cameraHandle, &blackLevel);
-    double red = 0.0;
-    sdk.sdkGetBalanceRatio(cameraHandle, BalanceSelector::Red, &red);
-    double blue = 0.0;
-    sdk.sdkGetBalanceRatio(cameraHandle, BalanceSelector::Blue, &blue);
-    tree.addDouble(Camera::Gain, gain, "");
-    tree.addDouble(Camera::BlackLevel, blackLevel, "");
-    tree.addDouble(SettingsOld::RedBalance, red, "");
-    tree.addDouble(SettingsOld::BlueBalance, blue, "");
+    number(row(Camera::Gain), [&](double* v) { sdk.sdkGetGain(cameraHandle, v); });
+    number(row(Camera::BlackLevel), [&](double* v) { sdk.sdkGetBlackLevel(cameraHandle, v); });
+    number(row(SettingsOld::RedBalance),
+           [&](double* v) { sdk.sdkGetBalanceRatio(cameraHandle, BalanceSelector::Red, v); });
+    number(row(SettingsOld::BlueBalance),
+           [&](double* v) { sdk.sdkGetBalanceRatio(cameraHandle, BalanceSelector::Blue, v); });
 
+    // Trigger words in the table's order: hardware, software, none.
     bool triggerMode = false;
     sdk.sdkGetTriggerMode(cameraHandle, &triggerMode);
-    namespace Types = Camera::TriggerTypeValues;
-    tree.addString(Camera::TriggerType,
-                   triggerMode ? Types::Hardware : (softwareTrigger ? Types::Software : Types::NoTrigger), "");
+    word(row(Camera::TriggerType), triggerMode ? 0 : (softwareTrigger ? 1 : 2));
 
+    // Polarity words in the camera's activation order: falling edge 0, rising edge 1.
     std::uint32_t activation = 0;
     sdk.sdkGetTriggerActivation(cameraHandle, &activation);
-    namespace Polarities = Camera::TriggerPolarityValues;
-    tree.addString(Camera::TriggerPolarity,
-                   activation == 0   ? Polarities::FallingEdge
-                   : activation == 1 ? Polarities::RisingEdge
-                                     : std::string(),
-                   "");
+    word(row(Camera::TriggerPolarity), activation);
     return tree;
 }
 
@@ -74,61 +63,59 @@ bool TavriCameraToshibaTeli::updateSettings(const TSettings& settings) {
         TAVRI_LOG(3, "Could not update settings since camera was not yet initialized");
         return false;
     }
+    // Each setting given is applied in turn; the others are left as they are.
+    const auto given = [&](const Setting& setting, const std::function<void(const TSettings&)>& apply) {
+        if (settings.has(setting.key)) apply(settings[setting.key]);
+    };
 
-    if (settings.has(SettingsOld::ExposureTime)) {
-        const double exposure = settings[SettingsOld::ExposureTime].toDouble();
+    given(row(SettingsOld::ExposureTime), [&](const TSettings& value) {
+        const double exposure = value.toDouble();
         if (exposure == 0.0)
             TAVRI_LOG(3, "Received exposure time of 0 - skipping update");
         else
             setExposureTime(exposure);
-    }
+    });
+    given(row(Camera::Gain), [&](const TSettings& value) { sdk.sdkSetGain(cameraHandle, value.toDouble()); });
 
-    if (settings.has(Camera::Gain)) sdk.sdkSetGain(cameraHandle, settings[Camera::Gain].toDouble());
+    const Setting& colorMode = row(Camera::ColorMode);
+    given(colorMode, [&](const TSettings& value) {
+        const std::string text = value.toString();
+        const int position = namedWord(colorMode, text);
+        if (position < 0)
+            throw ArgumentInvalidException("Invalid color mode", "camSettings[SettingsOld::Camera::ColorMode]", text);
+        mode = position;  // the table's colour words are in ImageType's order
+    });
 
-    if (settings.has(Camera::ColorMode)) {
-        const std::string value = settings[Camera::ColorMode].toString();
-        if (names(value, Camera::ColorModeValues::Gray))
-            mode = static_cast<std::int32_t>(ImageType::Gray);
-        else if (names(value, Camera::ColorModeValues::Color))
-            mode = static_cast<std::int32_t>(ImageType::Color);
-        else if (names(value, Camera::ColorModeValues::Raw))
-            mode = static_cast<std::int32_t>(ImageType::Raw);
-        else
-            throw ArgumentInvalidException("Invalid color mode", "camSettings[SettingsOld::Camera::ColorMode]", value);
-    }
+    given(row(Camera::BlackLevel), [&](const TSettings& value) { setBlackLevel(value.toDouble()); });
+    given(row(SettingsOld::BlueBalance), [&](const TSettings& value) { setBlueBalance(value.toDouble()); });
+    given(row(SettingsOld::RedBalance), [&](const TSettings& value) { setRedBalance(value.toDouble()); });
 
-    if (settings.has(Camera::BlackLevel)) setBlackLevel(settings[Camera::BlackLevel].toDouble());
-    if (settings.has(SettingsOld::BlueBalance)) setBlueBalance(settings[SettingsOld::BlueBalance].toDouble());
-    if (settings.has(SettingsOld::RedBalance)) setRedBalance(settings[SettingsOld::RedBalance].toDouble());
-
-    if (settings.has(Camera::TriggerType)) {
-        namespace Types = Camera::TriggerTypeValues;
-        const std::string value = settings[Camera::TriggerType].toString();
-        if (names(value, Types::Hardware)) {
-            setCameraTriggerHardware();
-        } else if (names(value, Types::Software)) {
-            setCameraTriggerSoftware();
-        } else if (names(value, Types::NoTrigger)) {
-            TAVRI_LOG(3, "Cannot set trigger to none; using software trigger instead");
-            setCameraTriggerSoftware();
-        } else {
-            TAVRI_LOG(3, formatMessage("Value for trigger type not recognized: %s", value));
+    const Setting& triggerType = row(Camera::TriggerType);
+    given(triggerType, [&](const TSettings& value) {
+        const std::string text = value.toString();
+        switch (namedWord(triggerType, text)) {
+            case 0: setCameraTriggerHardware(); break;
+            case 1: setCameraTriggerSoftware(); break;
+            case 2:
+                TAVRI_LOG(3, "Cannot set trigger to none; using software trigger instead");
+                setCameraTriggerSoftware();
+                break;
+            default: TAVRI_LOG(3, formatMessage("Value for trigger type not recognized: %s", text));
         }
-    }
+    });
 
-    if (settings.has(Camera::TriggerPolarity)) {
-        namespace Polarities = Camera::TriggerPolarityValues;
-        const std::string value = settings[Camera::TriggerPolarity].toString();
-        if (names(value, Polarities::FallingEdge)) {
-            sdk.sdkSetTriggerActivation(cameraHandle, 0);
-            TAVRI_LOG(1, "Trigger activation set to falling edge");
-        } else if (names(value, Polarities::RisingEdge)) {
-            sdk.sdkSetTriggerActivation(cameraHandle, 1);
-            TAVRI_LOG(1, "Trigger activation set to rising edge");
-        } else {
-            TAVRI_LOG(3, formatMessage("Value for trigger polarity not recognized: %s", value));
+    const Setting& polarity = row(Camera::TriggerPolarity);
+    given(polarity, [&](const TSettings& value) {
+        const std::string text = value.toString();
+        const int activation = namedWord(polarity, text);  // the words are in activation order
+        if (activation < 0) {
+            TAVRI_LOG(3, formatMessage("Value for trigger polarity not recognized: %s", text));
+            return;
         }
-    }
+        sdk.sdkSetTriggerActivation(cameraHandle, static_cast<std::uint32_t>(activation));
+        TAVRI_LOG(1, activation == 0 ? "Trigger activation set to falling edge"
+                                     : "Trigger activation set to rising edge");
+    });
     return true;
 }
 

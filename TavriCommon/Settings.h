@@ -38,7 +38,7 @@ public:
     bool isGroup() const;
     bool isNumber() const;
     bool isString() const;
-    // The node's path from the root it was made in ("Camera/Gain"); empty for a root.
+    // The node's path from the root it was made in ("Group/Leaf"); empty for a root.
     // Once the root is gone, the path starts at the oldest group still held.
     std::string path() const;
     // Child keys of a group, in insertion order.

@@ -30,7 +30,7 @@ struct SettingsNode {
 
     std::shared_ptr<SettingsNode> child(const std::string& childName) const;
     static std::shared_ptr<SettingsNode> addChild(const std::shared_ptr<SettingsNode>& group, std::string childName);
-    // "Camera/Gain": the names from the oldest group still alive down to this node.
+    // "Group/Leaf": the names from the oldest group still alive down to this node.
     std::string path() const;
 };
 

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <string>
@@ -24,17 +26,13 @@ TeliSdk* overridden = nullptr;
 // Backends live until the process ends: camera objects hold references to them.
 std::map<std::string, std::unique_ptr<TeliSdk>> made;
 
+// The backends the driver knows, whether or not this build carries them.
+constexpr const char* kKnownBackends[] = {"teli", "aravis", "sim"};
+
 std::unique_ptr<TeliSdk> make(const std::string& name) {
-#ifdef TAVRI_HAVE_SIM
-    if (name == "sim") return sim::makeSdk();
-#endif
-#ifdef TAVRI_HAVE_ARAVIS
-    if (name == "aravis") return aravis::makeSdk();
-#endif
-#ifdef TAVRI_HAVE_TELI
-    if (name == "teli") return teli::makeSdk();
-#endif
-    if (name == "sim" || name == "aravis" || name == "teli")
+    for (const auto& backend : builtBackends())
+        if (name == backend.name) return backend.make();
+    if (std::find(std::begin(kKnownBackends), std::end(kKnownBackends), name) != std::end(kKnownBackends))
         throw RuntimeException("Camera SDK backend '" + name + "' is not built into this driver");
     throw RuntimeException("Unknown camera SDK backend '" + name +
                            "' in TAVRI_TELI_SDK; expected one of teli, aravis, sim");

@@ -1,8 +1,11 @@
 #pragma once
 // The camera's settings, one row each: the keys the driver describes in settings() and
-// reads in updateSettings, with the catalogue's keys and words. Checks of a user's
-// settings and the live view's controls come from here.
+// reads in updateSettings, with the catalogue's keys and words. The driver's description
+// and application, checks of a user's settings and the live view's controls come from here.
 
+#include <boost/algorithm/string/predicate.hpp>
+#include <locale>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -12,15 +15,20 @@ namespace CameraSettings {
 
 struct Setting {
     std::string key;
-    bool numeric;                    // a number, else a word
-    std::vector<std::string> words;  // the words a writable word is recognised by
-    bool writable;                   // false: described, kept as it is
-    std::string label;               // a control's caption
+    bool numeric;  // a number, else a word
+    // A writable word's words, in the order the driver numbers them (colour mode as
+    // ImageType, trigger polarity as the camera's activation); a read-only word's
+    // words are the ones it is described with.
+    std::vector<std::string> words;
+    bool writable;      // false: described, kept as it is
+    std::string label;  // a control's caption
 };
 
 inline const std::vector<Setting>& table() {
     namespace Camera = SettingsOld::Camera;
-    static const std::vector<Setting> rows{
+    // Made once and never destroyed: the plug-in and its host share one table per
+    // process, and the plug-in that made it may be unloaded while the host still reads it.
+    static const auto* rows = new std::vector<Setting>{
         {SettingsOld::ExposureTime, true, {}, true, "Exposure (µs)"},
         {Camera::Gain, true, {}, true, "Gain"},
         {Camera::BlackLevel, true, {}, true, "Black level"},
@@ -42,9 +50,31 @@ inline const std::vector<Setting>& table() {
          {Camera::TriggerPolarityValues::FallingEdge, Camera::TriggerPolarityValues::RisingEdge},
          true,
          "Trigger polarity"},
-        {Camera::BayerLayout, false, {}, false, "Bayer layout"},
+        {Camera::BayerLayout, false, {Camera::BayerLayoutValues::BGGR}, false, "Bayer layout"},
     };
-    return rows;
+    return *rows;
+}
+
+// The row of `key`; a key without a row is a fault of the program, not of its input.
+inline const Setting& row(const std::string& key) {
+    for (const auto& setting : table())
+        if (setting.key == key) return setting;
+    throw std::logic_error("no camera setting '" + key + "'");
+}
+
+// How a received value is read against words: it names a word when it contains it,
+// ignoring case. The position of the first word named, or -1 when it names none.
+inline int namedWord(const std::vector<std::string>& words, const std::string& value) {
+    for (std::size_t i = 0; i < words.size(); ++i)
+        if (boost::algorithm::icontains(value, words[i], std::locale())) return static_cast<int>(i);
+    return -1;
+}
+inline int namedWord(const Setting& setting, const std::string& value) { return namedWord(setting.words, value); }
+
+// The word at `position`, or an empty word for a position the row has no word at.
+inline std::string wordAt(const Setting& setting, long position) {
+    return position >= 0 && static_cast<std::size_t>(position) < setting.words.size() ? setting.words[position]
+                                                                                      : std::string();
 }
 
 }  // namespace CameraSettings

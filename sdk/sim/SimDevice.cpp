@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "sdk/sim/SimResult.h"
-#include "sdk/sim/SimStream.h"
+#include "sdk/sim/SimFrameSource.h"
 
 namespace Tavri::sim {
 
@@ -28,8 +28,6 @@ void Device::setCondition(CameraCondition condition) {
     if (plugged_.exchange(plugged) != plugged) presence_.fetch_add(1, std::memory_order_acq_rel);
     if (stream) frames->rescheduled();
 }
-
-bool Device::acquiring() const { return stream && stream->acquiring; }
 
 const detail::Scene& Device::scene() {
     std::call_once(sceneOnce_, [this] { scene_ = detail::makeScene(config, seed, index); });

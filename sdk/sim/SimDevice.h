@@ -77,7 +77,7 @@ struct Device : std::enable_shared_from_this<Device> {
     void setCondition(CameraCondition condition);  // mutex held
     // Read without the mutex, for the enumeration.
     bool plugged() const { return plugged_.load(std::memory_order_acquire); }
-    bool acquiring() const;
+    bool acquiring() const;  // defined with the stream (sdk/sim/SimStream.h)
     const detail::Scene& scene();
     FrameSettings settings() const;
     std::uint32_t payloadSize() const;

@@ -18,6 +18,7 @@
 
 #include "sdk/CompletionEvent.h"
 #include "sdk/sim/SimDevice.h"
+#include "sdk/sim/SimFrameSource.h"
 
 namespace Tavri::sim {
 
@@ -79,25 +80,8 @@ struct StreamObj : HandleObj {
     bool lastTakenFailed = false;
 };
 
-class FrameSource {
-public:
-    virtual ~FrameSource() = default;
-    // Acquisition starts on `s` (the device's mutex held, the counters reset).
-    virtual void start(Device& d, StreamObj& s) = 0;
-    // Acquisition stops: returns once no frame is being made; may release `lock`
-    // meanwhile (the device's control mutex keeps other starts and stops out).
-    virtual void stop(StreamObj& s, std::unique_lock<std::mutex>& lock) = 0;
-    // A request joined the wait queue while acquiring.
-    virtual void queued(Device& d, StreamObj& s, RequestObj& request) = 0;
-    // A software trigger while acquiring with the software source.
-    virtual void softwareTrigger(StreamObj& s) = 0;
-    // The trigger set-up or the camera's condition changed.
-    virtual void rescheduled() = 0;
-};
-
-// The producer thread (`render`), or benchmark mode's instant fill. `threads` counts
-// the producer threads alive.
-std::unique_ptr<FrameSource> makeFrameSource(bool render, std::atomic<std::size_t>& threads);
+// Here rather than with the device: whether it acquires is the stream's to say.
+inline bool Device::acquiring() const { return stream && stream->acquiring; }
 
 // Sizes frame `frame` for `request` (an oversize fault makes it fail: nothing written)
 // and writes it: rendered whole with `lock` released, when a lock is given, or else its

@@ -1,7 +1,6 @@
 #include "SettingsCheck.h"
 
 #include <boost/algorithm/string/join.hpp>
-#include <boost/algorithm/string/predicate.hpp>
 #include <boost/format.hpp>
 #include <algorithm>
 #include <cmath>
@@ -56,9 +55,7 @@ void check(const SettingValue& value, ExitCode code) {
                 (words.empty() ? std::string() : " (" + words + ")") %
                 (value.kind == SettingValue::Kind::Number ? (boost::format("%g") % value.number).str() : value.word))
                    .str());
-    if (!rule->words.empty() && std::none_of(rule->words.begin(), rule->words.end(), [&](const std::string& w) {
-            return boost::algorithm::icontains(value.word, w);
-        }))
+    if (!rule->words.empty() && CameraSettings::namedWord(rule->words, value.word) < 0)
         refuse(code, value,
                (boost::format("%s: '%s' is none of %s") % value.key % value.word % words).str());
 }
