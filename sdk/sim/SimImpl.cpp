@@ -124,8 +124,10 @@ bool SimSdk::frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* in
         info->frameIdFirst = 1;
     }
     info->cameraTimeNs = info->captureSteadyNs = s->lastTakenCaptureNs;
-    info->pulse = s->lastTakenPulse;
-    if (s->lastTakenPulse != kNoPattern) info->pattern = s->lastTakenPulse % patternCount(d.projector);
+    if (s->lastTakenPulse != kNoPattern) {  // else no pulse: a stale or untriggered frame
+        info->pulse = s->lastTakenPulse;
+        info->pattern = s->lastTakenPulse % patternCount(d.projector);
+    }
     if (s->lastTakenFailed) {
         info->status = FrameTooLarge;
         info->statusText = "frame larger than its request buffer";
