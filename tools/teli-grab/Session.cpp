@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <algorithm>
 #include <boost/algorithm/string/join.hpp>
 #include <boost/format.hpp>
 #include <cstdlib>
@@ -76,12 +77,11 @@ Session::Session(const GlobalOptions& options, const std::string& pluginPath, st
     : options_(options), given_(std::move(given)), library_(pluginPath), lifetime_(library_), camera_(library_) {}
 
 std::vector<std::string> Session::applyAndReadBack(const CheckedSettings& settings) {
-    apply(settings);
+    apply(camera(), settings);
     return valuesNotKept(settings.values, guarded("settings", [&] { return camera().settings(); }));
 }
 
-void Session::apply(const CheckedSettings& settings) {
-    auto& driver = camera();
+void Session::apply(Tavri::CameraDriver& driver, const CheckedSettings& settings) {
     if (!guarded("updateSettings", [&] { return driver.updateSettings(settings.tree); }))
         throw ToolError(ExitCode::DriverError, "updateSettings refused the settings: camera not initialised");
     // The colour-mode key changes only the driver's record; setMode sends the pixel
@@ -89,32 +89,50 @@ void Session::apply(const CheckedSettings& settings) {
     if (settings.has(SettingsOld::Camera::ColorMode)) guarded("setMode", [&] { driver.setMode(driver.getMode()); });
 }
 
-Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
-    auto& driver = camera();
-    const auto cameras = guarded("getInfoInternalCameras", [&] { return driver.getInfoInternalCameras(); });
+std::vector<std::string> Session::chosenSerials(bool several) {
+    const auto cameras = guarded("getInfoInternalCameras", [&] { return camera().getInfoInternalCameras(); });
     if (cameras.empty()) throw ToolError(ExitCode::CameraNotFound, "no camera found");
-
-    std::string serial = cameras.front().serialNumber;
-    if (!options_.serial.empty()) {
-        std::vector<std::string> present;
-        bool found = false;
-        for (const auto& info : cameras) {
-            present.push_back(info.serialNumber);
-            found = found || info.serialNumber == options_.serial;
-        }
-        if (!found)
+    std::vector<std::string> present;
+    for (const auto& info : cameras) present.push_back(info.serialNumber);
+    if (!several && (options_.all || options_.serials.size() > 1))
+        throw ToolError(ExitCode::Usage, "only sequence and stream take several cameras (--all, --serial twice)");
+    if (options_.all) return present;
+    if (options_.serials.empty()) return {present.front()};
+    for (const auto& serial : options_.serials) {
+        if (std::find(present.begin(), present.end(), serial) == present.end())
             throw ToolError(ExitCode::CameraNotFound,
-                            (boost::format("no camera with serial '%s'; cameras present: %s") % options_.serial %
+                            (boost::format("no camera with serial '%s'; cameras present: %s") % serial %
                              boost::algorithm::join(present, ", "))
                                 .str());
-        serial = options_.serial;
     }
+    return options_.serials;
+}
 
+Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
+    return openAs(camera_, chosenSerials(false).front(), tree);
+}
+
+std::vector<Session::OpenCamera> Session::openAll() {
+    const auto serials = chosenSerials(true);
+    std::vector<OpenCamera> opened;
+    for (const auto& serial : serials) {
+        CameraObject* object = &camera_;
+        if (!opened.empty()) {
+            more_.push_back(std::make_unique<CameraObject>(library_));
+            object = more_.back().get();
+        }
+        opened.push_back({serial, &openAs(*object, serial, nullptr)});
+    }
+    return opened;
+}
+
+Tavri::CameraDriver& Session::openAs(CameraObject& object, const std::string& serial, const CheckedSettings* tree) {
+    auto& driver = object.driver();
     const bool opened = guarded("initializeCamera", [&] { return driver.initializeCamera(serial.c_str()); });
     if (!opened)
         throw ToolError(ExitCode::DriverError,
                         (boost::format("initializeCamera refused camera '%s'") % serial).str());
-    camera_.markOpened();
+    object.markOpened();
 
     throwIfInterrupted();
 
@@ -124,7 +142,7 @@ Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
     if (tree) order.insert(given_.empty() ? order.end() : order.end() - 1, tree);
     std::vector<SettingValue> asked;
     for (const auto* settings : order) {
-        apply(*settings);
+        apply(driver, *settings);
         asked.insert(asked.end(), settings->values.begin(), settings->values.end());
     }
     if (!options_.mode.empty()) guarded("setMode", [&] { driver.setMode(parseMode(options_.mode)); });

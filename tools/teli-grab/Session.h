@@ -76,20 +76,32 @@ public:
     // back: one the camera did not keep is a warning, or with --strict
     // ToolError(BadSettingsFile). Unknown serial: ToolError(CameraNotFound) listing the
     // serials present.
+    // Several --serial (or --all) are refused here: ToolError(Usage).
     Tavri::CameraDriver& open(const CheckedSettings* tree = nullptr);
+
+    struct OpenCamera {
+        std::string serial;
+        Tavri::CameraDriver* driver;
+    };
+    // Opens every camera --serial names (or all listed with --all; else the first), one
+    // camera object each, with the same settings as open() applies; the first is camera().
+    std::vector<OpenCamera> openAll();
 
     // On the open camera: applies `settings` (checked already) and reads the numeric
     // values back; the lines of valuesNotKept, empty when the camera kept them all.
     std::vector<std::string> applyAndReadBack(const CheckedSettings& settings);
 
 private:
-    void apply(const CheckedSettings& settings);
+    void apply(Tavri::CameraDriver& driver, const CheckedSettings& settings);
+    std::vector<std::string> chosenSerials(bool several);
+    Tavri::CameraDriver& openAs(CameraObject& object, const std::string& serial, const CheckedSettings* tree);
 
     const GlobalOptions& options_;
     std::vector<CheckedSettings> given_;
     PluginLibrary library_;
     DriverLifetime lifetime_;
     CameraObject camera_;
+    std::vector<std::unique_ptr<CameraObject>> more_;  // the other cameras of openAll
 };
 
 // Runs `body` on a fresh session. Every exception is turned into a ToolError before the
