@@ -277,7 +277,7 @@ void judgeTogether(std::vector<Collected>& sets, const std::vector<Session::Open
                                    [](const Collected& c) { return c.code == ExitCode::CameraDisconnected; });
     const auto failed = std::find_if(sets.begin(), sets.end(), [](const Collected& c) { return !c.failure.empty(); });
     if (lost != sets.end()) {
-        failure = lost->failure;
+        failure = cameras[static_cast<std::size_t>(lost - sets.begin())].serial + " " + lost->failure;
         code = lost->code;
     } else if (!disagreements.empty()) {
         failure = "the cameras' sets disagree: " + boost::algorithm::join(disagreements, "; ");
