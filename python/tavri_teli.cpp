@@ -118,7 +118,7 @@ LoadedPlugin& loadedPlugin() {
 class Host {
 public:
     Host(std::optional<std::string> serial, std::optional<std::string> sdk, std::optional<std::string> rig) {
-        options_.serial = serial.value_or("");
+        if (serial && !serial->empty()) options_.serials = {*serial};
         options_.sdk = sdk.value_or("");
         options_.rig = rig.value_or("");
         // The plug-in keeps the backend, and the rig, it made first for as long as it
