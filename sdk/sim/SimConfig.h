@@ -157,6 +157,9 @@ struct RigConfig {
     double frameRate = 30.0;
     ProjectorConfig projector;
     bool render = true;  // false: benchmark mode
+    // False: the producer writes each frame's stamp alone, as a camera's DMA fills the
+    // buffer: a triggered rig's timing without the cost of drawing the scene.
+    bool drawScene = true;
     std::uint64_t seed = 1;
     std::vector<OperationFault> faults;
 };

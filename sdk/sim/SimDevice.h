@@ -47,6 +47,7 @@ struct Device : std::enable_shared_from_this<Device> {
     const CameraConfig config;
     const ProjectorConfig projector;
     const bool render;
+    const bool drawScene;
     const std::uint64_t seed;
     const std::chrono::duration<double> framePeriod, pulsePeriod, pulseWidth;
     // The projector on the camera's trigger line, shared with the cameras it drives.

@@ -194,7 +194,7 @@ CameraConfig readCamera(const Reader& r, std::size_t index) {
 }
 
 RigConfig readRig(const Reader& r) {
-    r.expectObject({"seed", "frameRate", "render", "projector", "cameras", "faults"});
+    r.expectObject({"seed", "frameRate", "render", "drawScene", "projector", "cameras", "faults"});
     RigConfig rig = defaultRig();
     // A file that lists its own cameras and names no shared projector keeps one projector
     // per camera, as rig files did before projectors could be shared.
@@ -202,6 +202,7 @@ RigConfig readRig(const Reader& r) {
     if (r.has("seed")) rig.seed = r.at("seed").unsignedInteger(~0ull);
     readNumber(r, "frameRate", rig.frameRate);
     if (r.has("render")) rig.render = r.at("render").boolean();
+    if (r.has("drawScene")) rig.drawScene = r.at("drawScene").boolean();
     std::optional<Reader> drivesAt;
     if (r.has("projector")) {
         const Reader p = r.at("projector");

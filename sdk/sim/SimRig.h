@@ -2,7 +2,7 @@
 // The rig file: a JSON description of the simulated rig (examples:
 // sdk/sim/rigs/default.json and faulty.json). Every key is optional and unknown keys
 // are refused:
-//   seed, frameRate, render (false: benchmark mode),
+//   seed, frameRate, render (false: benchmark mode), drawScene (false: stamps only),
 //   projector {rate, grayBits, phaseSteps, phasePeriod, pulseWidthMs,
 //              drives [serials] (default: both default cameras, or none when the
 //              file lists its cameras), freeRunning},

@@ -169,7 +169,7 @@ Result SimSdk::sdkOpenStream(CameraHandle camera, EventHandle event, std::uint32
         if (d.stream) return StreamAlreadyOpen;
         // The scene is made here, not at the first frame, so that the first image of
         // an acquisition is as quick as the others.
-        if (d.render) d.scene();
+        if (d.render && d.drawScene) d.scene();
         d.stream = impl->keep(HandleKind::Stream, std::make_shared<StreamObj>(d.shared_from_this(), event));
         d.line->streamOpened(d.index);
         *payloadSize = d.payloadSize();

@@ -20,7 +20,7 @@ bool fillFrame(Device& d, RequestObj& request, std::uint32_t frame, std::uint32_
     request.tooLarge = bytes > request.size;
     request.bytes = request.tooLarge ? 0 : static_cast<std::uint32_t>(bytes);
     if (request.tooLarge) return false;
-    if (!lock) {
+    if (!lock || !d.drawScene) {
         detail::writeStamp(settings, frame, pattern, request.buffer);
         return true;
     }
