@@ -132,6 +132,8 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"SIMR image 1: answers pulse 0, SIML image 1 answers pulse 1", "12 images kept (--keep-partial)"}, {}, {}, true},
         {{"--rig", path("stereo-unplug.json"), "--all", "sequence", "6", "-o", path("gone")}, 7,
          {"SIMR camera disconnected after 3 frames"}, {}, {"SIML verdict: whole"}, true},
+        {{"--rig", path("stereo-unplug.json"), "--all", "stream", "--seconds", "2", "--timeout", "none"}, 7,
+         {"SIMR: camera disconnected after 3 frames"}, {}, {"SIML stream: ", "SIMR stream: 3 frames"}, true},
         {{"--all", "grab", "-o", path("x.png")}, 1, {"only sequence and stream take several cameras"}, {}, {}, true},
         // Images stop after five: the trigger is wired, so no advice to let it run free.
         {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,

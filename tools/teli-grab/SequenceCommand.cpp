@@ -123,8 +123,8 @@ Collected collectFinished(Tavri::CameraDriver& camera, const std::shared_ptr<Tav
     int arrived = 0;
     while (arrived < static_cast<int>(records.images.size()) && records.images[arrived].status == 0) ++arrived;
 
-    Collected collected{{}, set->mode, {}, ExitCode::DriverError, brokenImages(verdict, arrived), setReport(records, verdict)};
-    collected.verdict = verdict;
+    Collected collected{{}, set->mode, {}, ExitCode::DriverError, brokenImages(verdict, arrived), setReport(records, verdict),
+                        verdict};
     if (!verdict.whole()) {
         const bool endedOnly = std::all_of(verdict.problems.begin(), verdict.problems.end(), [](const auto& p) {
             return p.cause == Tavri::SetProblemCause::EndedEarly;
