@@ -134,7 +134,8 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"SIMR camera disconnected after 3 frames"}, {}, {"SIML verdict: whole"}, true},
         {{"--rig", path("stereo-unplug.json"), "--all", "stream", "--seconds", "2", "--timeout", "none"}, 7,
          {"SIMR: camera disconnected after 3 frames"}, {}, {"SIML stream: ", "SIMR stream: 3 frames"}, true},
-        {{"--all", "grab", "-o", path("x.png")}, 1, {"only sequence and stream take several cameras"}, {}, {}, true},
+        {{"--all", "grab", "-o", path("x.png")}, 1,
+         {"several cameras (--all, --serial twice) are taken by stream and by sequence"}, {}, {}, true},
         // Images stop after five: the trigger is wired, so no advice to let it run free.
         {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,
          {"sequence ended after 5 of 10 images: no image within 300 ms"}, {kRunFree}, {}, true},

@@ -95,7 +95,8 @@ std::vector<std::string> Session::chosenSerials(bool several) {
     std::vector<std::string> present;
     for (const auto& info : cameras) present.push_back(info.serialNumber);
     if (!several && (options_.all || options_.serials.size() > 1))
-        throw ToolError(ExitCode::Usage, "only sequence and stream take several cameras (--all, --serial twice)");
+        throw ToolError(ExitCode::Usage, "several cameras (--all, --serial twice) are taken by stream and by "
+                                         "sequence without --per-image-times only");
     if (options_.all) return present;
     if (options_.serials.empty()) return {present.front()};
     for (const auto& serial : options_.serials) {
