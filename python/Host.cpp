@@ -87,7 +87,7 @@ void waitForInterruptedCalls() {
 Host::Host(std::optional<std::string> serial, std::optional<std::string> sdk, std::optional<std::string> rig)
     : options_(std::make_shared<TeliGrab::GlobalOptions>()) {
     waitForInterruptedCalls();
-    options_->serial = serial.value_or("");
+    if (serial && !serial->empty()) options_->serials = {*serial};
     options_->sdk = sdk.value_or("");
     options_->rig = rig.value_or("");
     // The plug-in keeps the backend, and the rig, it made first for as long as it

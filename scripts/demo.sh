@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds the plug-in and teli-grab (default preset) and takes a
-# hardware-triggered sequence of 12 images from the simulated rig into out/.
+# hardware-triggered stereo sequence of 12 images from both cameras of the simulated
+# rig, which share one projector, into out/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,8 +11,8 @@ cmake --preset default
 cmake --build --preset default --target teli-grab tavri_toshiba_teli
 
 out="out"
-build/default/bin/teli-grab --sdk sim sequence 12 -o "$out/"
+build/default/bin/teli-grab --sdk sim --all sequence 12 -o "$out/"
 
 echo
-echo "images:        $(pwd)/$out/image_000.png ... image_011.png"
-echo "contact sheet: $(pwd)/$out/contact_sheet.png"
+echo "images:        $(pwd)/$out/SIM0001/image_000.png ... and $(pwd)/$out/SIM0002/..."
+echo "contact sheet: $(pwd)/$out/contact_sheet.png (a row per camera)"

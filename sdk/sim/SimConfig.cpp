@@ -18,6 +18,7 @@ RigConfig defaultRig() {
     CameraConfig second;
     second.serial = "SIM0002";
     rig.cameras = {first, second};
+    rig.projector.drives = {first.serial, second.serial};
     return rig;
 }
 
@@ -83,6 +84,9 @@ void validateRig(const RigConfig& rig) {
         checkCamera(c, where);
         if (!serials.insert(c.serial).second) fail(where + ": serial used twice");
     }
+    std::set<std::string> driven;
+    for (const auto& serial : p.drives)
+        if (!driven.insert(serial).second) fail("projector drives '" + serial + "' twice");
     for (const auto& f : rig.faults) {
         if (indexOf(f.operation) >= kOperationCount) fail("fault names no SDK operation");
         if (f.call < 1) fail("fault call must be >= 1");

@@ -134,6 +134,13 @@ struct ProjectorConfig {
     std::uint32_t phaseSteps = 8;
     double phasePeriod = 0.0;     // sinusoid period in pixels; 0: width / 2^grayBits
     double pulseWidthMs = 1.0;
+    // The serials of the cameras whose trigger lines it drives together; a camera not
+    // listed has a projector of its own (sdk/sim/SimProjector.h). A serial no camera of
+    // the rig has drives nothing (a rig file refuses it).
+    std::vector<std::string> drives;
+    // Pulses from the first acquisition start of a camera it drives on, instead of
+    // starting once every camera with an open stream is acquiring.
+    bool freeRunning = false;
 };
 
 enum class FaultWhen { Once, Always, OnCall };
@@ -150,11 +157,15 @@ struct RigConfig {
     double frameRate = 30.0;
     ProjectorConfig projector;
     bool render = true;  // false: benchmark mode
+    // False: the producer writes each frame's stamp alone, as a camera's DMA fills the
+    // buffer: a triggered rig's timing without the cost of drawing the scene.
+    bool drawScene = true;
     std::uint64_t seed = 1;
     std::vector<OperationFault> faults;
 };
 
-// Two cameras, serials "SIM0001" and "SIM0002", 1920 x 1200, Mono8, RGB8, BayerBG8.
+// Two cameras, serials "SIM0001" and "SIM0002", 1920 x 1200, Mono8, RGB8, BayerBG8,
+// both driven by the one projector.
 RigConfig defaultRig();
 // Checks a rig against the ranges above; throws RuntimeException naming the camera
 // and field at fault.

@@ -10,11 +10,11 @@ namespace Tavri::sim {
 
 using namespace SimResult;
 
-Device::Device(std::size_t index, const CameraConfig& config, const RigConfig& rig,
+Device::Device(std::size_t index, const CameraConfig& config, const RigConfig& rig, std::shared_ptr<Projector> line,
                std::atomic<std::uint64_t>& presence, std::atomic<std::size_t>& threads)
-    : index(index), config(config), projector(rig.projector), render(rig.render), seed(rig.seed),
+    : index(index), config(config), projector(rig.projector), render(rig.render), drawScene(rig.drawScene), seed(rig.seed),
       framePeriod(1.0 / (config.frameRate > 0.0 ? config.frameRate : rig.frameRate)),
-      pulsePeriod(1.0 / rig.projector.rate), pulseWidth(rig.projector.pulseWidthMs / 1000.0),
+      pulsePeriod(1.0 / rig.projector.rate), pulseWidth(rig.projector.pulseWidthMs / 1000.0), line(std::move(line)),
       frames(makeFrameSource(rig.render, threads)), frameFaults(config.frameFaults),
       unplugAfter(config.unplugAfterFrames), width(config.width), height(config.height),
       pixelFormat(config.pixelFormats.front()), features(initialValues(config.ranges)), condition_(config.condition),

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "sdk/sim/SimConfig.h"
+#include "sdk/sim/SimProjector.h"
 #include "sdk/sim/SimRender.h"
 
 namespace Tavri::sim {
@@ -37,8 +38,8 @@ struct CameraObj : HandleObj {
 
 struct Device : std::enable_shared_from_this<Device> {
     // `presence` moves on whenever a camera of the rig is plugged in or out.
-    Device(std::size_t index, const CameraConfig& config, const RigConfig& rig, std::atomic<std::uint64_t>& presence,
-           std::atomic<std::size_t>& threads);
+    Device(std::size_t index, const CameraConfig& config, const RigConfig& rig, std::shared_ptr<Projector> line,
+           std::atomic<std::uint64_t>& presence, std::atomic<std::size_t>& threads);
     ~Device();
 
     // Immutable
@@ -46,8 +47,11 @@ struct Device : std::enable_shared_from_this<Device> {
     const CameraConfig config;
     const ProjectorConfig projector;
     const bool render;
+    const bool drawScene;
     const std::uint64_t seed;
     const std::chrono::duration<double> framePeriod, pulsePeriod, pulseWidth;
+    // The projector on the camera's trigger line, shared with the cameras it drives.
+    const std::shared_ptr<Projector> line;
     // Benchmark mode or the producer thread, chosen once for the camera's life.
     const std::unique_ptr<FrameSource> frames;
 

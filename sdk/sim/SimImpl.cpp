@@ -2,6 +2,7 @@
 
 #include "sdk/sim/SimImpl.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 
@@ -12,8 +13,13 @@ using namespace SimResult;
 void SimSdk::Impl::build(RigConfig config) {
     validateRig(config);
     devices.clear();
-    for (std::size_t i = 0; i < config.cameras.size(); ++i)
-        devices.push_back(std::make_shared<Device>(i, config.cameras[i], config, presence, threads));
+    const auto shared = std::make_shared<Projector>(config.projector.freeRunning);
+    const auto& drives = config.projector.drives;
+    for (std::size_t i = 0; i < config.cameras.size(); ++i) {
+        const bool driven = std::find(drives.begin(), drives.end(), config.cameras[i].serial) != drives.end();
+        auto line = driven ? shared : std::make_shared<Projector>(config.projector.freeRunning);
+        devices.push_back(std::make_shared<Device>(i, config.cameras[i], config, std::move(line), presence, threads));
+    }
     faults.reset(config.faults);
     rig = std::move(config);
     presence.fetch_add(1, std::memory_order_acq_rel);
@@ -73,6 +79,7 @@ void SimSdk::Impl::closeStream(Device& d, StreamObj& s, std::unique_lock<std::mu
     for (auto* request : s.requests) retire(*request);
     s.requests.clear();
     if (d.stream == &s) d.stream = nullptr;
+    d.line->streamClosed(d.index);
     retire(s);  // last: `s` may be freed here
 }
 
@@ -82,6 +89,14 @@ void SimSdk::Impl::closeAll(Device& d, std::unique_lock<std::mutex>& lock) {
     d.primary = nullptr;
     for (auto* camera : d.secondaries) retire(*camera);
     d.secondaries.clear();
+}
+
+void SimSdk::Impl::wakeCamerasOn(const Projector& projector) {
+    for (const auto& d : devicesNow()) {
+        if (d->line.get() != &projector) continue;
+        std::lock_guard<std::mutex> lock(d->mutex);
+        if (d->acquiring()) d->frames->rescheduled();
+    }
 }
 
 void SimSdk::Impl::shutDown() {
@@ -109,8 +124,10 @@ bool SimSdk::frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* in
         info->frameIdFirst = 1;
     }
     info->cameraTimeNs = info->captureSteadyNs = s->lastTakenCaptureNs;
-    info->pulse = s->lastTakenPulse;
-    if (s->lastTakenPulse != kNoPattern) info->pattern = s->lastTakenPulse % patternCount(d.projector);
+    if (s->lastTakenPulse != kNoPattern) {  // else no pulse: a stale or untriggered frame
+        info->pulse = s->lastTakenPulse;
+        info->pattern = s->lastTakenPulse % patternCount(d.projector);
+    }
     if (s->lastTakenFailed) {
         info->status = FrameTooLarge;
         info->statusText = "frame larger than its request buffer";

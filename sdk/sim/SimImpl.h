@@ -111,6 +111,9 @@ struct SimSdk::Impl {
     void closeAll(Device& d, std::unique_lock<std::mutex>& lock);
     // Closes every handle of the rig.
     void shutDown();
+    // Wakes the producers of the cameras `projector` drives: it has just started.
+    // Takes each device's mutex in turn, so none may be held.
+    void wakeCamerasOn(const Projector& projector);
 };
 
 }  // namespace Tavri::sim

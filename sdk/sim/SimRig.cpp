@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 
 #include <nlohmann/json.hpp>
 
@@ -193,19 +194,32 @@ CameraConfig readCamera(const Reader& r, std::size_t index) {
 }
 
 RigConfig readRig(const Reader& r) {
-    r.expectObject({"seed", "frameRate", "render", "projector", "cameras", "faults"});
+    r.expectObject({"seed", "frameRate", "render", "drawScene", "projector", "cameras", "faults"});
     RigConfig rig = defaultRig();
+    // A file that lists its own cameras and names no shared projector keeps one projector
+    // per camera, as rig files did before projectors could be shared.
+    std::vector<std::string> drives = r.has("cameras") ? std::vector<std::string>{} : rig.projector.drives;
     if (r.has("seed")) rig.seed = r.at("seed").unsignedInteger(~0ull);
     readNumber(r, "frameRate", rig.frameRate);
     if (r.has("render")) rig.render = r.at("render").boolean();
+    if (r.has("drawScene")) rig.drawScene = r.at("drawScene").boolean();
+    std::optional<Reader> drivesAt;
     if (r.has("projector")) {
         const Reader p = r.at("projector");
-        p.expectObject({"rate", "grayBits", "phaseSteps", "phasePeriod", "pulseWidthMs"});
+        p.expectObject({"rate", "grayBits", "phaseSteps", "phasePeriod", "pulseWidthMs", "drives", "freeRunning"});
         readNumber(p, "rate", rig.projector.rate);
         readUnsigned(p, "grayBits", rig.projector.grayBits);
         readUnsigned(p, "phaseSteps", rig.projector.phaseSteps);
         readNumber(p, "phasePeriod", rig.projector.phasePeriod);
         readNumber(p, "pulseWidthMs", rig.projector.pulseWidthMs);
+        if (p.has("drives")) {
+            const Reader list = p.at("drives");
+            list.expectArray();
+            drives.clear();
+            for (std::size_t i = 0; i < list.size(); ++i) drives.push_back(list.at(i).text());
+            drivesAt.emplace(list);
+        }
+        if (p.has("freeRunning")) rig.projector.freeRunning = p.at("freeRunning").boolean();
     }
     if (r.has("cameras")) {
         const Reader list = r.at("cameras");
@@ -233,6 +247,12 @@ RigConfig readRig(const Reader& r) {
             rig.faults.push_back(fault);
         }
     }
+    for (std::size_t i = 0; drivesAt && i < drives.size(); ++i) {
+        const auto& cameras = rig.cameras;
+        if (std::none_of(cameras.begin(), cameras.end(), [&](const CameraConfig& c) { return c.serial == drives[i]; }))
+            drivesAt->at(i).fail("names no camera of the rig");
+    }
+    rig.projector.drives = drives;
     return rig;
 }
 

@@ -2,14 +2,17 @@
 // The rig file: a JSON description of the simulated rig (examples:
 // sdk/sim/rigs/default.json and faulty.json). Every key is optional and unknown keys
 // are refused:
-//   seed, frameRate, render (false: benchmark mode),
-//   projector {rate, grayBits, phaseSteps, phasePeriod, pulseWidthMs},
+//   seed, frameRate, render (false: benchmark mode), drawScene (false: stamps only),
+//   projector {rate, grayBits, phaseSteps, phasePeriod, pulseWidthMs,
+//              drives [serials] (default: both default cameras, or none when the
+//              file lists its cameras), freeRunning},
 //   cameras [{serial, model, vendor, width, height, widthIncrement, heightIncrement,
 //             pixelFormats ["Mono8", "RGB8", "BayerBG8" or PFNC numbers],
 //             exposure|gain|blackLevel|balanceRatio {min, max, increment, initial},
 //             frameRate, condition ("normal", "hung", "dead", "unplugged"),
 //             unplugAfterFrames,
-//             frameFaults [{kind ("drop", "late", "burst", "oversize"), first, count,
+//             frameFaults [{kind ("drop", "late", "burst", "oversize", "missedPulse",
+//                           "doublePulse", "stale"), first, count,
 //                           every, delayMs, burst, extraBytes}]}]  (default: two cameras)
 //   faults [{operation, code, when ("once", "always", "call"), call}].
 // Values must lie in the ranges of sdk/sim/SimConfig.h.

@@ -169,8 +169,9 @@ Result SimSdk::sdkOpenStream(CameraHandle camera, EventHandle event, std::uint32
         if (d.stream) return StreamAlreadyOpen;
         // The scene is made here, not at the first frame, so that the first image of
         // an acquisition is as quick as the others.
-        if (d.render) d.scene();
+        if (d.render && d.drawScene) d.scene();
         d.stream = impl->keep(HandleKind::Stream, std::make_shared<StreamObj>(d.shared_from_this(), event));
+        d.line->streamOpened(d.index);
         *payloadSize = d.payloadSize();
         *stream = d.stream->handle;
         return Success;
@@ -186,11 +187,14 @@ Result SimSdk::sdkCloseStream(StreamHandle stream) {
 }
 
 Result SimSdk::sdkStartStream(StreamHandle stream, std::uint32_t) {
-    return impl->withStream(Op::sdkStartStream, stream, Access::Read, true,
-                            [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
-                                startAcquisition(d, s, lock);
-                                return Success;
-                            });
+    std::shared_ptr<Projector> lit;
+    const Result result = impl->withStream(Op::sdkStartStream, stream, Access::Read, true,
+                                           [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
+                                               if (startAcquisition(d, s, lock)) lit = d.line;
+                                               return Success;
+                                           });
+    if (lit) impl->wakeCamerasOn(*lit);
+    return result;
 }
 
 Result SimSdk::sdkStopStream(StreamHandle stream) {

@@ -1,5 +1,4 @@
-// The stream's frames: the one fill function, completions, the two frame sources, and
-// the SDK's request-queue operations.
+// The stream's frames: the one fill function, completions and the two frame sources.
 
 #include "sdk/sim/SimStream.h"
 
@@ -21,7 +20,7 @@ bool fillFrame(Device& d, RequestObj& request, std::uint32_t frame, std::uint32_
     request.tooLarge = bytes > request.size;
     request.bytes = request.tooLarge ? 0 : static_cast<std::uint32_t>(bytes);
     if (request.tooLarge) return false;
-    if (!lock) {
+    if (!lock || !d.drawScene) {
         detail::writeStamp(settings, frame, pattern, request.buffer);
         return true;
     }
@@ -54,11 +53,11 @@ void queueRequest(Device& d, StreamObj& s, RequestObj& request) {
     if (s.acquiring) d.frames->queued(d, s, request);
 }
 
-void startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
+bool startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
     if (s.acquiring) stopAcquisition(d, s, lock);  // a start while running restarts
     s.acquiring = true;
     s.frame = 0;
-    s.pulse = 0;
+    s.line = {};
     s.pendingSoftware = 0;
     s.burstHeld = 0;
     s.source.reset();
@@ -66,13 +65,16 @@ void startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& loc
     if (d.nextFrameId == 0) d.nextFrameId = d.config.frameIds == FrameIds::Wrap16 ? kWrap16Start : 1;
     s.idBase = d.config.frameIds == FrameIds::Restart ? 1 : d.nextFrameId;
     s.startIndex = d.starts++;
+    const bool lit = d.line->armed(d.index, s.started);
     d.frames->start(d, s);
+    return lit;
 }
 
 void stopAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock) {
     if (!s.acquiring) return;
     s.acquiring = false;
     d.frames->stop(s, lock);
+    d.line->disarmed(d.index);
     d.nextFrameId = frameIdOf(d, s, s.frame);
     for (auto& f : s.inFlight) complete(d, s, f.request);
     s.inFlight.clear();
@@ -248,7 +250,7 @@ private:
                 // this thread began: a host can tell where the first trigger lies.
                 const auto origin = s.source ? now : s.started;
                 s.source = source;
-                s.nextPulse = origin + ticks(d.pulsePeriod);
+                s.line = {origin};
                 s.nextFreeRun = origin + ticks(d.framePeriod);
             }
             const bool answers = d.condition() == CameraCondition::Normal;
@@ -260,21 +262,23 @@ private:
                     continue;
                 }
             } else if (source == Source::Line) {
-                const auto edge = s.nextPulse + (d.triggerActivation == 0 ? ticks(d.pulseWidth) : Clock::duration(0));
-                if (now >= edge) {
-                    const std::uint32_t pattern = s.pulse++;
-                    s.nextPulse += ticks(d.pulsePeriod);
-                    if (answers && frameFault(d.frameFaults, pattern, FrameFault::Kind::MissedPulse)) {
-                        ++d.stats.missedPulses;
-                    } else if (answers) {
-                        capture(d, s, lock, pattern, edge);
-                        // The line rang twice: a second frame of the same pattern.
-                        if (frameFault(d.frameFaults, pattern, FrameFault::Kind::DoublePulse))
-                            capture(d, s, lock, pattern, edge + ticks(d.pulsePeriod) / 8);
+                // A dark projector wakes its cameras when it starts.
+                if (const auto pulse = d.line->nextPulse(s.line, ticks(d.pulsePeriod))) {
+                    const auto edge = pulse->rising + (d.triggerActivation == 0 ? ticks(d.pulseWidth) : Clock::duration(0));
+                    if (now >= edge) {
+                        const std::uint32_t pattern = s.line.next++;
+                        if (answers && frameFault(d.frameFaults, pattern, FrameFault::Kind::MissedPulse)) {
+                            ++d.stats.missedPulses;
+                        } else if (answers) {
+                            capture(d, s, lock, pattern, edge);
+                            // The line rang twice: a second frame of the same pattern.
+                            if (frameFault(d.frameFaults, pattern, FrameFault::Kind::DoublePulse))
+                                capture(d, s, lock, pattern, edge + ticks(d.pulsePeriod) / 8);
+                        }
+                        continue;
                     }
-                    continue;
+                    wakeAt = edge;
                 }
-                wakeAt = edge;
             } else {
                 if (now >= s.nextFreeRun) {
                     s.nextFreeRun += ticks(d.framePeriod);
@@ -304,96 +308,6 @@ private:
 std::unique_ptr<FrameSource> makeFrameSource(bool render, std::atomic<std::size_t>& threads) {
     if (render) return std::make_unique<ProducerThread>(threads);
     return std::make_unique<InstantFill>();
-}
-
-// ---- The SDK's request queue ----
-
-using namespace SimResult;
-
-Result SimSdk::sdkCreateRequest(StreamHandle stream, void* buffer, std::uint32_t size, RequestHandle* request) {
-    return impl->withStream(Op::sdkCreateRequest, stream, Access::HostSide, false,
-                            [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                if (!request || !buffer || size == 0) return InvalidArgument;
-                                if (s.requests.size() >= kMaxRequestsPerStream) return TooManyRequests;
-                                auto* created = impl->keep(HandleKind::Request, std::make_shared<RequestObj>(
-                                    d.shared_from_this(), &s, static_cast<std::uint8_t*>(buffer), size));
-                                s.requests.push_back(created);
-                                *request = created->handle;
-                                return Success;
-                            });
-}
-
-Result SimSdk::sdkReleaseRequest(StreamHandle stream, RequestHandle request) {
-    return impl->withStream(Op::sdkReleaseRequest, stream, Access::HostSide, false,
-                            [&](Device&, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                RequestObj* r = nullptr;
-                                if (Result code = impl->request(s, request, r)) return code;
-                                if (r->state != RequestObj::State::Held) return RequestBusy;
-                                auto& all = s.requests;
-                                all.erase(std::remove(all.begin(), all.end(), r), all.end());
-                                impl->retire(*r);
-                                return Success;
-                            });
-}
-
-Result SimSdk::sdkEnqueueRequest(StreamHandle stream, RequestHandle request) {
-    return impl->withStream(Op::sdkEnqueueRequest, stream, Access::HostSide, false,
-                            [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                RequestObj* r = nullptr;
-                                if (Result code = impl->request(s, request, r)) return code;
-                                if (r->state != RequestObj::State::Held) return RequestBusy;
-                                queueRequest(d, s, *r);
-                                return Success;
-                            });
-}
-
-Result SimSdk::sdkTakeCompletedRequest(StreamHandle stream, RequestHandle* request, std::uint8_t** buffer,
-                                       std::uint32_t* size) {
-    return impl->withStream(Op::sdkTakeCompletedRequest, stream, Access::HostSide, false,
-                            [&](Device& d, StreamObj& s, std::unique_lock<std::mutex>&) {
-                                if (!request || !buffer || !size) return InvalidArgument;
-                                if (s.completed.empty()) {
-                                    s.event.settle(false);
-                                    return NoCompletedRequest;
-                                }
-                                RequestObj* r = s.completed.front();
-                                s.completed.pop_front();
-                                r->state = RequestObj::State::Held;
-                                *request = r->handle;
-                                *buffer = r->buffer;
-                                *size = r->bytes;
-                                s.lastTaken = r;
-                                s.lastTakenId = r->frameId;
-                                s.lastTakenCaptureNs = r->captureNs;
-                                s.lastTakenPulse = r->pulse;
-                                s.lastTakenFailed = r->tooLarge;
-                                const bool failed = r->tooLarge;
-                                // The failed-take rule (sdk/TeliSdk.h): while acquiring, a
-                                // failed frame's request goes straight back to the wait queue.
-                                if (failed && s.acquiring) queueRequest(d, s, *r);
-                                s.event.settle(!s.completed.empty());
-                                return failed ? FrameTooLarge : Success;
-                            });
-}
-
-Result SimSdk::sdkFlushWaitQueue(StreamHandle stream) {
-    return impl->withStream(Op::sdkFlushWaitQueue, stream, Access::HostSide, false,
-                            [&](Device&, StreamObj& s, std::unique_lock<std::mutex>& lock) {
-                                for (auto* r : s.waiting) r->state = RequestObj::State::Held;
-                                s.waiting.clear();
-                                // On a stream still acquiring (a grab that failed left it
-                                // so), frames taken but not yet delivered are dropped too,
-                                // as a stream restart drops them on a camera: every request
-                                // not completed is the host's again, so the next start can
-                                // queue the whole pool. One being drawn is waited for.
-                                s.filled.wait(lock, [&] {
-                                    return std::all_of(s.inFlight.begin(), s.inFlight.end(),
-                                                       [](const InFlight& f) { return f.ready; });
-                                });
-                                for (auto& f : s.inFlight) f.request->state = RequestObj::State::Held;
-                                s.inFlight.clear();
-                                return Success;
-                            });
 }
 
 }  // namespace Tavri::sim

@@ -14,8 +14,6 @@
 #include <optional>
 #include <vector>
 
-#include <condition_variable>
-
 #include "sdk/CompletionEvent.h"
 #include "sdk/sim/SimDevice.h"
 #include "sdk/sim/SimFrameSource.h"
@@ -63,9 +61,9 @@ struct StreamObj : HandleObj {
     // Acquisition
     bool acquiring = false;
     std::uint32_t frame = 0;  // number of the next frame
-    std::uint32_t pulse = 0;  // number of the next projector pulse
+    Projector::Listener line;  // where the camera stands in the projector's pulses
     std::optional<Source> source;  // what triggered the last scheduling round
-    Clock::time_point nextPulse, nextFreeRun, lastDue;
+    Clock::time_point nextFreeRun, lastDue;
     std::uint32_t pendingSoftware = 0;
     std::uint32_t burstHeld = 0;
     std::uint32_t burstLast = 0;  // the last frame of the group being held
@@ -95,7 +93,9 @@ void complete(Device& d, StreamObj& s, RequestObj* request);
 
 // Start (a start while running restarts) and stop of acquisition; stopping delivers
 // frames in flight. The device's control and device mutex are held.
-void startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock);
+// A start returns true when it started the projector: the caller wakes the other
+// cameras that projector drives, holding no device's mutex.
+bool startAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock);
 void stopAcquisition(Device& d, StreamObj& s, std::unique_lock<std::mutex>& lock);
 // Queues a request the driver holds (enqueue, and a failed take while acquiring).
 void queueRequest(Device& d, StreamObj& s, RequestObj& request);

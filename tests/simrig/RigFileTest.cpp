@@ -46,6 +46,9 @@ TEST(RigFile, ErrorsNameTheFileAndThePosition) {
         {"{\"faults\": [{\"operation\": \"sdkFly\", \"code\": 3}]}", {"/faults/0/operation", "no SDK operation"}},
         {"{\"cameras\": [{\"serial\": \"A\"}, {\"serial\": \"A\"}]}", {"bad-rig.json", "serial used twice"}},
         {"{\"cameras\": [{\"serial\": \"A\", \"width\": 1001}]}", {"bad-rig.json", "multiples"}},
+        {"{\"projector\": {\"drives\": [\"A\", \"B\"]},\n \"cameras\": [{\"serial\": \"A\"}]}",
+         {"bad-rig.json:1:", "/projector/drives/1", "names no camera of the rig"}},
+        {"{\"projector\": {\"drives\": [\"SIM0001\", \"SIM0001\"]}}", {"projector drives 'SIM0001' twice"}},
     };
     for (const auto& c : cases) {
         const std::string message = loadError(writeFile("bad-rig.json", c.text));

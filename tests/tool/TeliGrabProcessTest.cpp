@@ -120,6 +120,22 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
          {"the camera did not take colour mode color (RGB8): image 0 has 19200 bytes"}, {}, {}, true},
         {{"--rig", path("mono.json"), "--mode", "color", "stream", "--seconds", "1"}, 4,
          {"the camera did not take colour mode color (RGB8)"}, {}, {}, true},
+        // Several cameras on one projector: matched, or refused where one falls out of step.
+        {{"--rig", path("stereo.json"), "--all", "sequence", "6", "-o", path("stereo")}, 0, {}, {},
+         {"SIMR verdict: whole", "match: image k of every camera answers the same trigger (judged by pulse numbers)",
+          "skew of the cameras' host times: median "}, true},
+        {{"--rig", path("stereo-missed.json"), "--serial", "SIML", "--serial", "SIMR", "sequence", "6", "-o",
+          path("missed")}, 9,
+         {"the cameras' sets disagree: SIMR image 3: answers pulse 4, SIML image 3 answers pulse 3",
+          "no images written (--keep-partial writes the 12 that arrived)"}, {}, {}, true},
+        {{"--rig", path("stereo-extra.json"), "--all", "sequence", "6", "--keep-partial", "-o", path("extra")}, 9,
+         {"SIMR image 1: answers pulse 0, SIML image 1 answers pulse 1", "12 images kept (--keep-partial)"}, {}, {}, true},
+        {{"--rig", path("stereo-unplug.json"), "--all", "sequence", "6", "-o", path("gone")}, 7,
+         {"SIMR camera disconnected after 3 frames"}, {}, {"SIML verdict: whole"}, true},
+        {{"--rig", path("stereo-unplug.json"), "--all", "stream", "--seconds", "2", "--timeout", "none"}, 7,
+         {"SIMR: camera disconnected after 3 frames"}, {}, {"SIML stream: ", "SIMR stream: 3 frames"}, true},
+        {{"--all", "grab", "-o", path("x.png")}, 1,
+         {"several cameras (--all, --serial twice) are taken by stream, view and sequence"}, {}, {}, true},
         // Images stop after five: the trigger is wired, so no advice to let it run free.
         {{"--rig", path("drop.json"), "sequence", "10", "--per-image-times", "--timeout", "300", "-o", path("lost")}, 4,
          {"sequence ended after 5 of 10 images: no image within 300 ms"}, {kRunFree}, {}, true},
@@ -136,12 +152,17 @@ TEST_F(TeliGrab, EveryFailureExitsWithItsCodeAndNamesItsCause) {
     for (const char* name : {"none", "x.png", "long", "lost", "no", "a-file/sub"})
         EXPECT_FALSE(fs::exists(path(name))) << name << " written by a refused command";
     // A sequence that ran leaves its record, and no image unless asked to.
-    for (const char* name : {"late", "gap", "unplugged"}) {
+    for (const char* name : {"late", "gap", "unplugged", "missed", "gone"}) {
         EXPECT_TRUE(fs::exists(path(name) + "/sequence.json")) << name;
         EXPECT_FALSE(fs::exists(path(name) + "/image_000.png")) << name;
     }
     EXPECT_TRUE(fs::exists(path("kept/image_009.png")));
     EXPECT_FALSE(fs::exists(path("kept/image_010.png")));
+    EXPECT_FALSE(fs::exists(path("missed/SIML"))) << "a set whose cameras disagree is never written whole";
+    for (const char* image : {"stereo/SIML/image_005.png", "stereo/SIMR/image_005.png", "stereo/contact_sheet.png",
+                              "extra/SIMR/image_005.png"})
+        EXPECT_TRUE(fs::exists(path(image))) << image;
+    EXPECT_NE(slurp(path("stereo/sequence.json")).find(R"("match": "matched")"), std::string::npos);
     EXPECT_NE(slurp(path("gap/sequence.json")).find(R"("cause": "missing trigger")"), std::string::npos);
     EXPECT_EQ(std::count_if(fs::directory_iterator(scratch_), fs::directory_iterator(),
                             [](const fs::directory_entry& e) { return e.path().filename().string().front() == '.'; }),

@@ -67,6 +67,11 @@ protected:
         write("unplug.json", camera(R"("unplugAfterFrames": 10)"));
         write("gap.json", camera(R"("frameFaults": [{"kind": "drop", "first": 5, "count": 1}])"));
         write("hung.json", camera(R"("condition": "hung")"));
+        // Two cameras on one projector; the second one's faults.
+        write("stereo.json", stereo(""));
+        write("stereo-missed.json", stereo(R"("frameFaults": [{"kind": "missedPulse", "first": 3, "count": 1}])"));
+        write("stereo-extra.json", stereo(R"("frameFaults": [{"kind": "doublePulse", "first": 0, "count": 1}])"));
+        write("stereo-unplug.json", stereo(R"("unplugAfterFrames": 3)"));
         write("mono.json", camera(R"("pixelFormats": ["Mono8"])"));
         // One trigger pulse in 20 s: as good as no trigger wiring.
         write("untriggered.json", R"({"seed": 1, "projector": {"rate": 0.05},
@@ -74,6 +79,11 @@ protected:
     }
     void TearDown() override { fs::remove_all(scratch_); }
 
+    static std::string stereo(const std::string& faults) {
+        return R"({"seed": 1, "projector": {"rate": 60, "drives": ["SIML", "SIMR"]}, "cameras": [
+            {"serial": "SIML", "width": 160, "height": 120}, {"serial": "SIMR", "width": 160, "height": 120)" +
+               (faults.empty() ? "" : ", " + faults) + "}]}";
+    }
     static std::string camera(const std::string& extra) {
         return R"({"seed": 1, "projector": {"rate": 60}, "cameras": [{"serial": "SIMF", "width": 160, "height": 120, )" +
                extra + "}]}";

@@ -31,9 +31,10 @@ cv::Mat forFile(const cv::Mat& image, Tavri::ImageType mode, bool debayer) {
     return out;
 }
 
-cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth, const std::vector<bool>& marked) {
+cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth, const std::vector<bool>& marked, int columns) {
     if (images.empty()) return {};
-    const int columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(images.size()))));
+    const bool inRows = columns > 0;  // numbered within each row
+    if (!inRows) columns = static_cast<int>(std::ceil(std::sqrt(static_cast<double>(images.size()))));
     const int rows = (static_cast<int>(images.size()) + columns - 1) / columns;
     const cv::Size first = images.front().size();
     const int width = std::min(thumbWidth, first.width);
@@ -47,7 +48,7 @@ cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth, const s
         cv::resize(asBgr(images[i]), cell, cell.size(), 0, 0, cv::INTER_AREA);
         const bool mark = i < marked.size() && marked[i];
         if (mark) cv::rectangle(cell, cv::Rect(0, 0, width, height), kMark, 3);
-        cv::putText(cell, std::to_string(i), cv::Point(4, std::min(height - 4, 16)), cv::FONT_HERSHEY_SIMPLEX, 0.45,
+        cv::putText(cell, std::to_string(inRows ? static_cast<int>(i) % columns : static_cast<int>(i)), cv::Point(4, std::min(height - 4, 16)), cv::FONT_HERSHEY_SIMPLEX, 0.45,
                     mark ? kMark : kLabel, 1, cv::LINE_AA);
     }
     return sheet;

@@ -18,11 +18,12 @@ constexpr int kBayerBG8ToBgr = cv::COLOR_BayerRG2BGR;
 // is set and written as they are otherwise; Gray is written as it is.
 cv::Mat forFile(const cv::Mat& image, Tavri::ImageType mode, bool debayer);
 
-// All images as thumbnails in a near-square grid, numbered, on a dark background.
+// All images as thumbnails in a grid, numbered, on a dark background: `columns` to a
+// row, or a near-square grid for 0.
 // The images are already prepared with forFile. Thumbnails are at most `thumbWidth`
 // pixels wide and keep the images' aspect ratio. Images flagged in `marked` (a broken
 // set's) get a red frame and a red number.
 cv::Mat contactSheet(const std::vector<cv::Mat>& images, int thumbWidth = 240,
-                     const std::vector<bool>& marked = {});
+                     const std::vector<bool>& marked = {}, int columns = 0);
 
 }  // namespace TeliGrab

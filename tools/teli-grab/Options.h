@@ -8,7 +8,8 @@ namespace TeliGrab {
 // Options that apply to every command.
 struct GlobalOptions {
     std::string sdk;        // TAVRI_TELI_SDK for the driver; empty keeps the environment's
-    std::string serial;     // empty: the first camera listed
+    std::vector<std::string> serials;  // --serial, repeatable; empty: the first camera listed
+    bool all = false;                  // every camera listed (sequence, stream)
     std::string mode;       // gray, color, raw; empty leaves the driver's mode
     std::string plugin;     // empty: the plug-in beside the executable
     std::string rig;        // TAVRI_SIM_RIG for the simulator

@@ -12,7 +12,8 @@ namespace TeliGrab {
 // only when stderr is a terminal: a log file gets no carriage returns.
 class Progress {
 public:
-    Progress() : enabled_(isatty(STDERR_FILENO) == 1) {}
+    // `enabled` false: never shown (several cameras' loops would write over each other).
+    explicit Progress(bool enabled = true) : enabled_(enabled && isatty(STDERR_FILENO) == 1) {}
     ~Progress() { finish(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;

@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <boost/algorithm/string/join.hpp>
 #include <boost/format.hpp>
 #include <chrono>
 #include <cstdio>
@@ -15,8 +17,9 @@
 #include "Interrupt.h"
 #include "Progress.h"
 #include "Session.h"
-#include "Timeout.h"
 #include "SetReport.h"
+#include "TavriAPI/SetMatch.h"
+#include "Timeout.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -53,15 +56,22 @@ struct Collected {
     ExitCode code = ExitCode::DriverError;
     std::vector<bool> broken;
     nlohmann::ordered_json report;
+    Tavri::SetVerdict verdict;
 };
 
-// The driver's hardware-triggered sequence. The set arrives whole at the finish, so
-// only the time from start to finish can be measured, not each image's arrival. The
-// finish runs beside this thread so that the wait can show progress and hear a signal;
-// the driver's worker cannot be cut short, but it ends within 500 ms of the last image.
-std::shared_ptr<Tavri::ImageSet> runSequence(Tavri::CameraDriver& camera, int count) {
-    camera.startGrabSequenceAsync(count);
-    auto finishing = std::async(std::launch::async, [&camera] { return camera.finishGrabSequenceAsync(); });
+// The driver's hardware-triggered sequence on each camera: every camera is started
+// before the first is finished, as a host arms every camera of a projector. A set
+// arrives whole at the finish, so only the time from start to finish can be measured,
+// not each image's arrival. The finishes run beside this thread so that the wait can
+// show progress and hear a signal; the driver's worker cannot be cut short, but it
+// ends within 500 ms of the last image.
+std::vector<std::shared_ptr<Tavri::ImageSet>> runSequence(const std::vector<Tavri::CameraDriver*>& cameras, int count) {
+    for (auto* camera : cameras) camera->startGrabSequenceAsync(count);
+    auto finishing = std::async(std::launch::async, [&cameras] {
+        std::vector<std::shared_ptr<Tavri::ImageSet>> sets;
+        for (auto* camera : cameras) sets.push_back(camera->finishGrabSequenceAsync());
+        return sets;
+    });
     const auto start = Clock::now();
     Progress progress;
     bool told = false;
@@ -98,16 +108,12 @@ bool unlessDisconnected(Collected& collected, Step&& step) {
     }
 }
 
-Collected collectSequence(Tavri::CameraDriver& camera, int count, double triggerRate) {
-    // Read before the start: no other call may reach the camera while the sequence runs.
-    const auto hint = triggerHint(camera);
-    const auto start = Clock::now();
-    const auto set = runSequence(camera, count);
-    const auto finish = Clock::now();
-    throwIfInterrupted();
+// What one camera's finished set holds; `label` heads its lines ("" for one camera).
+Collected collectFinished(Tavri::CameraDriver& camera, const std::shared_ptr<Tavri::ImageSet>& set, int count,
+                          double triggerRate, const std::string& hint, double elapsed, const std::string& label) {
     if (!set || set->images.size() != static_cast<std::size_t>(count))
         throw ToolError(ExitCode::DriverError,
-                        (boost::format("the driver returned %d images for a sequence of %d") %
+                        (boost::format("%sthe driver returned %d images for a sequence of %d") % label %
                          (set ? set->images.size() : 0) % count)
                             .str());
 
@@ -117,14 +123,15 @@ Collected collectSequence(Tavri::CameraDriver& camera, int count, double trigger
     int arrived = 0;
     while (arrived < static_cast<int>(records.images.size()) && records.images[arrived].status == 0) ++arrived;
 
-    Collected collected{{}, set->mode, {}, ExitCode::DriverError, brokenImages(verdict, arrived), setReport(records, verdict)};
+    Collected collected{{}, set->mode, {}, ExitCode::DriverError, brokenImages(verdict, arrived), setReport(records, verdict),
+                        verdict};
     if (!verdict.whole()) {
         const bool endedOnly = std::all_of(verdict.problems.begin(), verdict.problems.end(), [](const auto& p) {
             return p.cause == Tavri::SetProblemCause::EndedEarly;
         });
         const bool waitedInVain = records.endedBecause == ImageWaitFailed;
-        collected.failure = endedOnly ? "sequence " + verdict.problems.front().detail
-                                      : "set not whole: " + verdict.describe();
+        collected.failure = label + (endedOnly ? "sequence " + verdict.problems.front().detail
+                                               : "set not whole: " + verdict.describe());
         // Advice to let the camera run free fits a camera that saw no trigger at all,
         // not one whose trigger stopped or came late.
         if (waitedInVain && arrived == 0 && !hint.empty()) collected.failure += "; " + hint;
@@ -134,10 +141,29 @@ Collected collectSequence(Tavri::CameraDriver& camera, int count, double trigger
     for (int i = 0; i < arrived; ++i) collected.images.push_back(set->images[static_cast<std::size_t>(i)].clone());
     if (arrived < count) unlessDisconnected(collected, [&] { throwIfDisconnected(camera, arrived); });
 
-    const double elapsed = millisecondsBetween(start, finish);
-    std::cout << boost::format("sequence: %d of %d images in %.1f ms from start to finish, %.2f fps\n") % arrived %
-                     count % elapsed % (arrived * 1000.0 / elapsed);
-    std::cout << "verdict: " << verdict.describe() << "\n";
+    std::cout << boost::format("%ssequence: %d of %d images in %.1f ms from start to finish, %.2f fps\n") % label %
+                     arrived % count % elapsed % (arrived * 1000.0 / elapsed);
+    std::cout << label << "verdict: " << verdict.describe() << "\n";
+    return collected;
+}
+
+// One set per camera, all taken together.
+std::vector<Collected> collectSequences(const std::vector<Session::OpenCamera>& cameras, int count, double triggerRate) {
+    // Read before the start: no other call may reach a camera while its sequence runs.
+    std::vector<std::string> hints;
+    std::vector<Tavri::CameraDriver*> drivers;
+    for (const auto& camera : cameras) {
+        hints.push_back(triggerHint(*camera.driver));
+        drivers.push_back(camera.driver);
+    }
+    const auto start = Clock::now();
+    const auto sets = runSequence(drivers, count);
+    const double elapsed = millisecondsBetween(start, Clock::now());
+    throwIfInterrupted();
+    std::vector<Collected> collected;
+    for (std::size_t i = 0; i < cameras.size(); ++i)
+        collected.push_back(collectFinished(*drivers[i], sets[i], count, triggerRate, hints[i], elapsed,
+                                            cameras.size() > 1 ? cameras[i].serial + " " : ""));
     return collected;
 }
 
@@ -177,47 +203,128 @@ Collected collectTimed(Tavri::CameraDriver& camera, int count, const Timeout& ti
     return collected;
 }
 
-void writeAll(const Collected& collected, const std::string& directory, ImageFormat format, bool debayer) {
-    if (!collected.report.is_null()) writeSetReport(directory, collected.report);
-    if (collected.images.empty()) return;
-    createOutputDirectory(directory);
+// Writes each set's images into its folder (`folders`: below `directory`, "" for one
+// camera), the report, and one contact sheet: a near-square grid for one camera, a row
+// per camera for several.
+void writeAll(const std::vector<Collected>& sets, const std::vector<std::string>& folders,
+              const nlohmann::ordered_json& report, const std::string& directory, ImageFormat format, bool debayer) {
+    if (!report.is_null()) writeSetReport(directory, report);
     const auto extension = extensionOf(format);
-    const auto fileName = [&](const std::string& stem) {
-        return (std::filesystem::path(directory) / (stem + extension)).lexically_normal().string();
+    const auto fileName = [&](const std::string& folder, const std::string& stem) {
+        return (std::filesystem::path(directory) / folder / (stem + extension)).lexically_normal().string();
     };
+    std::size_t longest = 0;
+    for (const auto& collected : sets) longest = std::max(longest, collected.images.size());
     std::vector<cv::Mat> prepared;
+    std::vector<bool> marked;
     Progress progress;
-    const auto total = collected.images.size();
-    for (std::size_t i = 0; i < total; ++i) {
-        throwIfInterrupted();
-        progress.show([&] { return (boost::format("writing images: %d of %d") % (i + 1) % total).str(); });
-        prepared.push_back(forFile(collected.images[i], collected.mode, debayer));
-        writeImage(fileName((boost::format("image_%03d") % i).str()), prepared.back());
+    for (std::size_t c = 0; c < sets.size() && longest > 0; ++c) {
+        const auto& collected = sets[c];
+        const auto total = collected.images.size();
+        if (total > 0) createOutputDirectory((std::filesystem::path(directory) / folders[c]).string());
+        for (std::size_t i = 0; i < total; ++i) {
+            throwIfInterrupted();
+            progress.show([&] { return (boost::format("writing images: %d of %d") % (i + 1) % total).str(); });
+            prepared.push_back(forFile(collected.images[i], collected.mode, debayer));
+            marked.push_back(i < collected.broken.size() && collected.broken[i]);
+            writeImage(fileName(folders[c], (boost::format("image_%03d") % i).str()), prepared.back());
+        }
+        // A camera's row is as long as the longest set's; what it lacks shows as marked black.
+        if (sets.size() > 1) {
+            const auto& any = *std::find_if(sets.begin(), sets.end(), [](const Collected& s) { return !s.images.empty(); });
+            const cv::Mat blank = cv::Mat::zeros(any.images.front().size(), CV_8UC1);
+            prepared.insert(prepared.end(), longest - total, blank);
+            marked.insert(marked.end(), longest - total, true);
+        }
     }
+    if (prepared.empty()) return;
     throwIfInterrupted();
-    writeImage(fileName("contact_sheet"), contactSheet(prepared, 240, collected.broken));
+    writeImage(fileName("", "contact_sheet"),
+               contactSheet(prepared, 240, marked, sets.size() > 1 ? static_cast<int>(longest) : 0));
     progress.finish();
-    std::cout << boost::format("wrote %d images (%d x %d): %s ... and the contact sheet %s\n") % total %
-                     collected.images.front().cols % collected.images.front().rows % fileName("image_000") %
-                     fileName("contact_sheet");
+    for (std::size_t c = 0; c < sets.size(); ++c) {
+        if (sets[c].images.empty()) continue;
+        const auto& first = sets[c].images.front();
+        std::cout << boost::format("wrote %d images (%d x %d): %s ...") % sets[c].images.size() % first.cols % first.rows %
+                         fileName(folders[c], "image_000");
+        std::cout << (sets.size() > 1 ? "\n" : " and the contact sheet " + fileName("", "contact_sheet") + "\n");
+    }
+    if (sets.size() > 1) std::cout << "contact sheet, a row per camera: " << fileName("", "contact_sheet") << "\n";
+}
+
+// Several cameras' sets: matched image by image. A disagreement is a failure of its
+// own (a lost camera stays one); else a camera's own failure stands.
+void judgeTogether(std::vector<Collected>& sets, const std::vector<Session::OpenCamera>& cameras, double triggerRate,
+                   std::string& failure, ExitCode& code, nlohmann::ordered_json& report) {
+    std::vector<Tavri::CameraSet> input;
+    for (std::size_t i = 0; i < cameras.size(); ++i)
+        input.push_back({cameras[i].serial, &recordSource(*cameras[i].driver).sequenceRecords(), &sets[i].verdict});
+    Tavri::MatchOptions options;
+    if (triggerRate > 0) options.periodNs = 1e9 / triggerRate;
+    const Tavri::SetMatch match = Tavri::matchSets(input, options);
+    std::vector<std::string> disagreements;
+    for (const auto& p : match.problems)
+        if (p.cause != Tavri::MatchCause::BrokenSet) disagreements.push_back(p.detail);
+    std::cout << "match: " << (disagreements.empty() ? "image k of every camera answers the same trigger"
+                                                     : std::to_string(disagreements.size()) + " disagreements")
+              << " (judged by " << match.judgedBy << ")\n";
+    std::cout << boost::format("skew of the cameras' host times: median %.3f ms, largest %.3f ms\n") %
+                     (match.medianSkewNs / 1e6) % (match.largestSkewNs / 1e6);
+    std::vector<std::pair<std::string, nlohmann::ordered_json>> reports;
+    for (std::size_t i = 0; i < cameras.size(); ++i) reports.emplace_back(cameras[i].serial, sets[i].report);
+    report = setsReport(reports, match);
+    const auto lost = std::find_if(sets.begin(), sets.end(),
+                                   [](const Collected& c) { return c.code == ExitCode::CameraDisconnected; });
+    const auto failed = std::find_if(sets.begin(), sets.end(), [](const Collected& c) { return !c.failure.empty(); });
+    if (lost != sets.end()) {
+        failure = cameras[static_cast<std::size_t>(lost - sets.begin())].serial + " " + lost->failure;
+        code = lost->code;
+    } else if (!disagreements.empty()) {
+        failure = "the cameras' sets disagree: " + boost::algorithm::join(disagreements, "; ");
+        code = ExitCode::SetsDisagree;
+    } else if (failed != sets.end()) {
+        failure = failed->failure;
+        code = failed->code;
+    }
 }
 
 void run(Session& session, const SequenceOptions& settings, ImageFormat format, bool debayer) {
-    auto& camera = session.open();
-    auto collected = settings.perImageTimes ? collectTimed(camera, settings.count, settings.timeout)
-                                            : collectSequence(camera, settings.count, settings.triggerRate);
-    if (collected.failure.empty()) {
-        writeAll(collected, settings.directory, format, debayer);
+    std::vector<Collected> sets;
+    std::vector<std::string> folders{""};
+    nlohmann::ordered_json report;
+    std::string failure;
+    auto code = ExitCode::DriverError;
+    if (settings.perImageTimes) {
+        sets.push_back(collectTimed(session.open(), settings.count, settings.timeout));
+    } else {
+        const auto cameras = session.openAll();
+        sets = collectSequences(cameras, settings.count, settings.triggerRate);
+        if (cameras.size() > 1) {
+            folders.clear();
+            for (const auto& camera : cameras) folders.push_back(camera.serial);
+            judgeTogether(sets, cameras, settings.triggerRate, failure, code, report);
+        }
+    }
+    if (sets.size() == 1) {
+        failure = sets.front().failure;
+        code = sets.front().code;
+        report = sets.front().report;
+    }
+    if (failure.empty()) {
+        writeAll(sets, folders, report, settings.directory, format, debayer);
         return;
     }
-    const auto kept = collected.images.size();
-    // The record of what went wrong is written whatever else is.
-    if (!settings.keepPartial) collected.images.clear();
-    writeAll(collected, settings.directory, format, debayer);
+    std::size_t kept = 0;
+    for (auto& collected : sets) {
+        kept += collected.images.size();
+        // The record of what went wrong is written whatever else is.
+        if (!settings.keepPartial) collected.images.clear();
+    }
+    writeAll(sets, folders, report, settings.directory, format, debayer);
     const char* const written = settings.keepPartial ? "; %d images kept (--keep-partial)"
                                 : kept == 0             ? ""
                                                         : "; no images written (--keep-partial writes the %d that arrived)";
-    throw ToolError(collected.code, collected.failure + (*written ? (boost::format(written) % kept).str() : ""));
+    throw ToolError(code, failure + (*written ? (boost::format(written) % kept).str() : ""));
 }
 
 }  // namespace

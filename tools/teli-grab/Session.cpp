@@ -90,29 +90,49 @@ void Session::apply(Tavri::CameraDriver& driver, const CheckedSettings& settings
 }
 
 std::vector<std::string> Session::listedSerials() {
-    auto& driver = camera();
-    const auto cameras = guarded("getInfoInternalCameras", [&] { return driver.getInfoInternalCameras(); });
+    const auto cameras = guarded("getInfoInternalCameras", [&] { return camera().getInfoInternalCameras(); });
     if (cameras.empty()) throw ToolError(ExitCode::CameraNotFound, "no camera found");
     std::vector<std::string> serials;
     for (const auto& info : cameras) serials.push_back(info.serialNumber);
     return serials;
 }
 
-Tavri::CameraDriver& Session::open(const CheckedSettings* tree) { return open(options_.serial, tree); }
-
-Tavri::CameraDriver& Session::open(const std::string& wanted, const CheckedSettings* tree) {
+std::vector<std::string> Session::chosenSerials(bool several) {
     const auto present = listedSerials();
-    std::string serial = present.front();
-    if (!wanted.empty()) {
-        if (std::find(present.begin(), present.end(), wanted) == present.end())
+    if (!several && (options_.all || options_.serials.size() > 1))
+        throw ToolError(ExitCode::Usage, "several cameras (--all, --serial twice) are taken by stream, view and "
+                                         "sequence without --per-image-times only");
+    if (options_.all) return present;
+    if (options_.serials.empty()) return {present.front()};
+    for (const auto& serial : options_.serials) {
+        if (std::find(present.begin(), present.end(), serial) == present.end())
             throw ToolError(ExitCode::CameraNotFound,
-                            (boost::format("no camera with serial '%s'; cameras present: %s") % wanted %
+                            (boost::format("no camera with serial '%s'; cameras present: %s") % serial %
                              boost::algorithm::join(present, ", "))
                                 .str());
-        serial = wanted;
     }
+    return options_.serials;
+}
 
-    CameraObject& object = camera_.opened() ? *others_.emplace_back(std::make_unique<CameraObject>(library_)) : camera_;
+Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
+    return openAs(camera_, chosenSerials(false).front(), tree);
+}
+
+std::vector<Session::OpenCamera> Session::openAll() {
+    const auto serials = chosenSerials(true);
+    std::vector<OpenCamera> opened;
+    for (const auto& serial : serials) {
+        CameraObject* object = &camera_;
+        if (!opened.empty()) {
+            more_.push_back(std::make_unique<CameraObject>(library_));
+            object = more_.back().get();
+        }
+        opened.push_back({serial, &openAs(*object, serial, nullptr)});
+    }
+    return opened;
+}
+
+Tavri::CameraDriver& Session::openAs(CameraObject& object, const std::string& serial, const CheckedSettings* tree) {
     auto& driver = object.driver();
     const bool opened = guarded("initializeCamera", [&] { return driver.initializeCamera(serial.c_str()); });
     if (!opened)

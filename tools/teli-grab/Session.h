@@ -55,7 +55,6 @@ public:
 
     Tavri::CameraDriver& driver() { return *camera_; }
     void markOpened() { opened_ = true; }
-    bool opened() const { return opened_; }
 
 private:
     std::unique_ptr<Tavri::CameraDriver> camera_;
@@ -77,13 +76,16 @@ public:
     // back: one the camera did not keep is a warning, or with --strict
     // ToolError(BadSettingsFile). Unknown serial: ToolError(CameraNotFound) listing the
     // serials present.
+    // Several --serial (or --all) are refused here: ToolError(Usage).
     Tavri::CameraDriver& open(const CheckedSettings* tree = nullptr);
-    // The same for the camera `serial` (empty: the first listed). Once the first camera
-    // object is open, each call opens a new one beside it, as a host of several
-    // cameras holds one object per camera.
-    Tavri::CameraDriver& open(const std::string& serial, const CheckedSettings* tree = nullptr);
-    // The serials of every camera listed.
-    std::vector<std::string> listedSerials();
+
+    struct OpenCamera {
+        std::string serial;
+        Tavri::CameraDriver* driver;
+    };
+    // Opens every camera --serial names (or all listed with --all; else the first), one
+    // camera object each, with the same settings as open() applies; the first is camera().
+    std::vector<OpenCamera> openAll();
 
     // On the open camera: applies `settings` (checked already) and reads the numeric
     // values back; the lines of valuesNotKept, empty when the camera kept them all.
@@ -91,14 +93,16 @@ public:
 
 private:
     void apply(Tavri::CameraDriver& driver, const CheckedSettings& settings);
+    std::vector<std::string> listedSerials();
+    std::vector<std::string> chosenSerials(bool several);
+    Tavri::CameraDriver& openAs(CameraObject& object, const std::string& serial, const CheckedSettings* tree);
 
     const GlobalOptions& options_;
     std::vector<CheckedSettings> given_;
     PluginLibrary library_;
     DriverLifetime lifetime_;
     CameraObject camera_;
-    // Cameras opened beside the first; released before it.
-    std::vector<std::unique_ptr<CameraObject>> others_;
+    std::vector<std::unique_ptr<CameraObject>> more_;  // the other cameras of openAll
 };
 
 // Runs `body` on a fresh session. Every exception is turned into a ToolError before the

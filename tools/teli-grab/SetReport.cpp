@@ -67,6 +67,29 @@ nlohmann::ordered_json setReport(const Tavri::SequenceRecords& records, const Ta
             {"images", images}};
 }
 
+nlohmann::ordered_json setsReport(const std::vector<std::pair<std::string, nlohmann::ordered_json>>& cameras,
+                                  const Tavri::SetMatch& match) {
+    static const char* const kCauses[] = {"count differs", "other trigger", "broken set"};
+    nlohmann::ordered_json problems = nlohmann::ordered_json::array();
+    for (const auto& p : match.problems)
+        problems.push_back({{"camera", p.serial},
+                            {"image", p.image},
+                            {"cause", kCauses[static_cast<int>(p.cause)]},
+                            {"detail", p.detail}});
+    nlohmann::ordered_json sets = nlohmann::ordered_json::array();
+    for (const auto& [serial, report] : cameras) {
+        nlohmann::ordered_json entry{{"serial", serial}};
+        entry.update(report);
+        sets.push_back(entry);
+    }
+    return {{"match", match.matched() ? "matched" : "disagree"},
+            {"judgedBy", match.judgedBy},
+            {"medianSkewNs", match.medianSkewNs},
+            {"largestSkewNs", match.largestSkewNs},
+            {"problems", problems},
+            {"cameras", sets}};
+}
+
 void writeSetReport(const std::string& directory, const nlohmann::ordered_json& report) {
     createOutputDirectory(directory);
     const std::string text = report.dump(2) + "\n";

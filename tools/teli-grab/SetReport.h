@@ -8,6 +8,7 @@
 
 #include "TavriAPI/CameraDriver.h"
 #include "TavriAPI/ImageRecords.h"
+#include "TavriAPI/SetMatch.h"
 
 namespace TeliGrab {
 
@@ -26,6 +27,11 @@ std::vector<bool> brokenImages(const Tavri::SetVerdict& verdict, int count);
 // The verdict, its problems and one entry per image taken (index, trigger, frame,
 // camera time, host time, status); unknown numbers are null.
 nlohmann::ordered_json setReport(const Tavri::SequenceRecords& records, const Tavri::SetVerdict& verdict);
+
+// The report of several cameras' sets taken together: each camera's serial and
+// setReport, and the match of the sets.
+nlohmann::ordered_json setsReport(const std::vector<std::pair<std::string, nlohmann::ordered_json>>& cameras,
+                                  const Tavri::SetMatch& match);
 
 // Writes `report` as DIR/sequence.json; a failure is an OutputError.
 void writeSetReport(const std::string& directory, const nlohmann::ordered_json& report);

@@ -4,6 +4,8 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <thread>
+#include <vector>
 
 #include "CameraChecks.h"
 #include "Commands.h"
@@ -70,18 +72,19 @@ double secondsSince(Clock::time_point start) { return std::chrono::duration<doub
 
 double rate(long frames, double seconds) { return seconds > 0 ? frames / seconds : 0.0; }
 
-void printSummary(const Tally& tally, double elapsed, const char* ending) {
-    std::cout << boost::format("stream: %d frames in %.2f s, %.2f fps, %s%s%s\n") % tally.frames % elapsed %
+void printSummary(const std::string& label, const Tally& tally, double elapsed, const char* ending) {
+    std::cout << boost::format("%sstream: %d frames in %.2f s, %.2f fps, %s%s%s\n") % label % tally.frames % elapsed %
                      rate(tally.frames, elapsed) % tally.missingText() % tally.failureText() % ending;
 }
 
-void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
+// `label` heads the summary ("" for one camera; progress is shown for one camera only).
+void stream(Tavri::CameraDriver& camera, const StreamOptions& options, const std::string& label = "") {
     cv::Mat frame = ContinuousGrab::frameFor(camera);
     const auto mode = camera.getMode();
     const auto& records = recordSource(camera);
     ImageWaiter waiter(camera, options.timeout);
     Tally tally;
-    Progress progress;
+    Progress progress(label.empty());
     const auto start = Clock::now();
     const auto deadline = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(options.seconds));
     // A lost camera or a signal ends the loop; the summary is printed before it leaves.
@@ -115,13 +118,13 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
     }
     progress.finish();
     if (ended) {
-        printSummary(tally, elapsed,
+        printSummary(label, tally, elapsed,
                      ended->code() == ExitCode::CameraDisconnected ? " (camera disconnected)"
                      : ended->code() == ExitCode::Terminated       ? " (terminated)"
                                                                    : " (interrupted)");
         throw *ended;
     }
-    printSummary(tally, elapsed, "");
+    printSummary(label, tally, elapsed, "");
     if (tally.consecutive >= options.maxFailures) {
         const auto advice = waiter.advice();
         throw ToolError(ExitCode::DriverError, (boost::format("stopped after %d failures in a row; the last: %s%s") %
@@ -133,6 +136,32 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
         const auto hint = triggerHint(camera);
         throw ToolError(ExitCode::DriverError,
                         (boost::format("no image arrived in %.2f s%s") % elapsed % (hint.empty() ? "" : ": " + hint)).str());
+    }
+}
+
+// Each camera streams on a thread of its own, one camera object each, and tells its
+// own frames per second; the first camera's failure (by the order given) ends the
+// command once all have stopped.
+void streamAll(const std::vector<Session::OpenCamera>& cameras, const StreamOptions& options) {
+    if (cameras.size() == 1) return stream(*cameras.front().driver, options);
+    std::vector<std::exception_ptr> errors(cameras.size());
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < cameras.size(); ++i)
+        threads.emplace_back([&, i] {
+            try {
+                stream(*cameras[i].driver, options, cameras[i].serial + " ");
+            } catch (...) {
+                errors[i] = std::current_exception();
+            }
+        });
+    for (auto& thread : threads) thread.join();
+    for (std::size_t i = 0; i < cameras.size(); ++i) {
+        if (!errors[i]) continue;
+        try {
+            std::rethrow_exception(errors[i]);
+        } catch (const ToolError& error) {
+            throw ToolError(error.code(), cameras[i].serial + ": " + error.what());
+        }
     }
 }
 
@@ -150,7 +179,7 @@ void addStreamCommand(CLI::App& app, const GlobalOptions& options) {
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
     command->callback([&options, settings] {
-        withSession(options, [&](Session& session) { stream(session.open(), *settings); });
+        withSession(options, [&](Session& session) { streamAll(session.openAll(), *settings); });
     });
 }
 

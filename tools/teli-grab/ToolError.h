@@ -16,6 +16,7 @@ enum class ExitCode : int {
     OutputError = 6,
     CameraDisconnected = 7,
     SetNotWhole = 8,  // a sequence whose images do not answer their own triggers
+    SetsDisagree = 9, // several cameras' sets whose image k answers different triggers
     HungUp = 129,       // SIGHUP: 128 + 1
     Interrupted = 130,  // SIGINT: 128 + 2, as a shell reports it
     BrokenPipe = 141,   // SIGPIPE: 128 + 13

@@ -28,6 +28,9 @@ const char* const kFooter = R"(Exit codes:
   7    the camera was disconnected ("camera disconnected after N frames")
   8    a sequence's set is not whole: images missing, extra, stale or failed, each
        named with the trigger it should have answered (sequence.json has them all)
+  9    the sets of several cameras disagree: an image of one camera answers another
+       trigger than the same image of the first, or the counts differ (camera, image
+       and cause are named)
   129  hung up by SIGHUP: the camera and the driver were released
   130  interrupted by SIGINT (Ctrl-C): the camera and the driver were released
   141  SIGPIPE, the reader of standard output went away: the camera and the driver
@@ -75,7 +78,10 @@ static int runTool(int argc, char** argv) {
 
     app.add_option("--sdk", options.sdk, "camera SDK backend (sets TAVRI_TELI_SDK)")
         ->check(CLI::IsMember({"sim", "aravis", "teli"}));
-    app.add_option("--serial", options.serial, "serial number of the camera (default: the first listed)");
+    app.add_option("--serial", options.serials,
+                   "serial number of the camera (default: the first listed); sequence, stream and view take it "
+                   "several times, for cameras on one projector");
+    app.add_flag("--all", options.all, "sequence, stream and view: every camera listed");
     app.add_option("--mode", options.mode, "colour mode sent to the camera with setMode, after all settings")
         ->check(CLI::IsMember({"gray", "color", "raw"}));
     app.add_option("--plugin", options.plugin, "plug-in to load (default: libtavri_toshiba_teli.so beside teli-grab, else the installed one)");

@@ -22,8 +22,6 @@ namespace {
 struct ViewOptions {
     std::string listen = "127.0.0.1:8080";
     std::string token;
-    std::vector<std::string> serials;  // empty: --serial of the whole tool, or the first camera
-    bool all = false;
 };
 
 // Lock-free, so safe in a signal handler, and atomic, since the signal may arrive on any
@@ -51,15 +49,6 @@ private:
     static constexpr std::array<int, 4> kSignals{SIGINT, SIGTERM, SIGHUP, SIGPIPE};
     std::array<void (*)(int), 4> previous_{};
 };
-
-// The serials the view opens: every camera listed with --all, else those given, else
-// the first listed.
-std::vector<std::string> camerasToOpen(Session& session, const ViewOptions& view, const GlobalOptions& options) {
-    if (view.all) return session.listedSerials();
-    if (!view.serials.empty()) return view.serials;
-    if (!options.serial.empty()) return {options.serial};
-    return {session.listedSerials().front()};
-}
 
 // Drives every camera on a thread of its own (the first on this one): each loop is the
 // only caller of its camera object. A camera whose loop fails ends the view for all.
@@ -90,9 +79,8 @@ void serve(Session& session, const ViewOptions& view, const GlobalOptions& optio
 
     std::vector<std::unique_ptr<View::ViewedCamera>> cameras;
     std::vector<View::ViewedCamera*> served;
-    for (const auto& serial : camerasToOpen(session, view, options)) {
-        auto& driver = session.open(serial);
-        cameras.push_back(std::make_unique<View::ViewedCamera>(serial, driver));
+    for (const auto& [serial, driver] : session.openAll()) {
+        cameras.push_back(std::make_unique<View::ViewedCamera>(serial, *driver));
         served.push_back(cameras.back().get());
     }
     server.start(served);
@@ -130,10 +118,6 @@ void addViewCommand(CLI::App& app, const GlobalOptions& options) {
         ->capture_default_str();
     command->add_option("--token", settings->token,
                         "token every request must carry (default off 127.0.0.1: a random one, printed at start)");
-    // Its own --serial, so the view takes several; the tool's --serial names one camera.
-    auto* serials = command->add_option("--serial", settings->serials,
-                                        "serial number of a camera to show (repeatable: shown side by side)");
-    command->add_flag("--all", settings->all, "show every camera listed, side by side")->excludes(serials);
     command->callback([&options, settings] {
         const auto address = View::parseListenAddress(settings->listen);
         std::string token = settings->token;
