@@ -102,7 +102,16 @@ Collected collectSequence(Tavri::CameraDriver& camera, int count, double trigger
     // Read before the start: no other call may reach the camera while the sequence runs.
     const auto hint = triggerHint(camera);
     const auto start = Clock::now();
-    const auto set = runSequence(camera, count);
+    std::shared_ptr<Tavri::ImageSet> set;
+    try {
+        set = runSequence(camera, count);
+    } catch (const std::exception&) {
+        // The stream of a camera that is gone cannot be stopped, which fails the finish;
+        // the images that came before are still the set's, and the loss is told below.
+        throwIfInterrupted();
+        if (camera.isConnected()) throw;
+        set = recordSource(camera).sequenceSet();
+    }
     const auto finish = Clock::now();
     throwIfInterrupted();
     if (!set || set->images.size() != static_cast<std::size_t>(count))

@@ -8,8 +8,11 @@
 
 #include "settings/SettingsOld.h"
 
+#include "CameraChecks.h"
+#include "DriverLogTap.h"
 #include "Interrupt.h"
 #include "PluginLocation.h"
+#include "RangeText.h"
 #include "ReadBack.h"
 #include "SettingsArgs.h"
 #include "ToolError.h"
@@ -77,13 +80,22 @@ Session::Session(const GlobalOptions& options, const std::string& pluginPath, st
 
 std::vector<std::string> Session::applyAndReadBack(const CheckedSettings& settings) {
     apply(settings);
-    return valuesNotKept(settings.values, guarded("settings", [&] { return camera().settings(); }));
+    return valuesNotKept(settings.values, guarded("settings", [&] { return camera().settings(); }),
+                         settingRanges(camera()));
 }
 
 void Session::apply(const CheckedSettings& settings) {
     auto& driver = camera();
-    if (!guarded("updateSettings", [&] { return driver.updateSettings(settings.tree); }))
-        throw ToolError(ExitCode::DriverError, "updateSettings refused the settings: camera not initialised");
+    bool updated = false;
+    try {
+        updated = guarded("updateSettings", [&] { return driver.updateSettings(settings.tree); });
+    } catch (const ToolError& error) {
+        // The driver names the control it could not set, not the value's fault.
+        const auto outside = valuesOutOfRange(settings.values, settingRanges(driver));
+        if (outside.empty()) throw;
+        throw ToolError(error.code(), std::string(error.what()) + ": " + boost::algorithm::join(outside, "; "));
+    }
+    if (!updated) throw ToolError(ExitCode::DriverError, "updateSettings refused the settings: camera not initialised");
     // The colour-mode key changes only the driver's record; setMode sends the pixel
     // format, so the camera delivers what the key says.
     if (settings.has(SettingsOld::Camera::ColorMode)) guarded("setMode", [&] { driver.setMode(driver.getMode()); });
@@ -92,7 +104,7 @@ void Session::apply(const CheckedSettings& settings) {
 Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
     auto& driver = camera();
     const auto cameras = guarded("getInfoInternalCameras", [&] { return driver.getInfoInternalCameras(); });
-    if (cameras.empty()) throw ToolError(ExitCode::CameraNotFound, "no camera found");
+    if (cameras.empty()) throw ToolError(ExitCode::CameraNotFound, noCameraText(driver));
 
     std::string serial = cameras.front().serialNumber;
     if (!options_.serial.empty()) {
@@ -110,7 +122,19 @@ Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
         serial = options_.serial;
     }
 
-    const bool opened = guarded("initializeCamera", [&] { return driver.initializeCamera(serial.c_str()); });
+    bool opened = false;
+    {
+        // The backend may tell the cause of a refused open only in its log (a camera
+        // another program holds); the error carries it.
+        DriverLogTap tap;
+        try {
+            opened = guarded("initializeCamera", [&] { return driver.initializeCamera(serial.c_str()); });
+        } catch (const ToolError& error) {
+            const auto told = tap.failures();
+            if (told.empty()) throw;
+            throw ToolError(error.code(), std::string(error.what()) + " (" + told.front() + ")");
+        }
+    }
     if (!opened)
         throw ToolError(ExitCode::DriverError,
                         (boost::format("initializeCamera refused camera '%s'") % serial).str());
@@ -129,7 +153,8 @@ Tavri::CameraDriver& Session::open(const CheckedSettings* tree) {
     }
     if (!options_.mode.empty()) guarded("setMode", [&] { driver.setMode(parseMode(options_.mode)); });
 
-    const auto notKept = valuesNotKept(asked, guarded("settings", [&] { return driver.settings(); }));
+    const auto notKept =
+        valuesNotKept(asked, guarded("settings", [&] { return driver.settings(); }), settingRanges(driver));
     if (!notKept.empty() && options_.strict)
         throw ToolError(ExitCode::BadSettingsFile,
                         "the camera did not keep what was asked (--strict): " + boost::algorithm::join(notKept, "; "));

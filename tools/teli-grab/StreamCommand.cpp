@@ -1,13 +1,18 @@
 #include <boost/format.hpp>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <optional>
+#include <regex>
 
 #include "CameraChecks.h"
 #include "Commands.h"
 #include "ContinuousGrab.h"
+#include "DriverLogTap.h"
+#include "ImageFile.h"
+#include "ImageOutput.h"
 #include "ImageWaiter.h"
 #include "Progress.h"
 #include "Session.h"
@@ -25,6 +30,33 @@ struct StreamOptions {
     double seconds = 5.0;
     Timeout timeout;
     int maxFailures = 3;
+    std::string directory;  // with --every: where every k-th frame goes
+    int every = 0;
+};
+
+// Every k-th frame that arrived, as DIR/frame_000000.png ...: frame 0, k, 2k ...
+class FrameSaver {
+public:
+    FrameSaver(const StreamOptions& options, Tavri::ImageType mode, bool debayer)
+        : directory_(options.directory), every_(options.every), mode_(mode), debayer_(debayer) {
+        if (every_ > 0) createOutputDirectory(directory_);
+    }
+    void offer(const cv::Mat& frame, long index) {
+        if (every_ <= 0 || index % every_ != 0) return;
+        const auto name = (boost::format("frame_%06d.png") % index).str();
+        writeImage((std::filesystem::path(directory_) / name).string(), forFile(frame, mode_, debayer_));
+        ++saved_;
+    }
+    std::string savedText() const {
+        return every_ > 0 ? (boost::format(", %d saved in %s") % saved_ % directory_).str() : "";
+    }
+
+private:
+    std::string directory_;
+    int every_;
+    Tavri::ImageType mode_;
+    bool debayer_;
+    long saved_ = 0;
 };
 
 struct Tally {
@@ -70,14 +102,49 @@ double secondsSince(Clock::time_point start) { return std::chrono::duration<doub
 
 double rate(long frames, double seconds) { return seconds > 0 ? frames / seconds : 0.0; }
 
-void printSummary(const Tally& tally, double elapsed, const char* ending) {
-    std::cout << boost::format("stream: %d frames in %.2f s, %.2f fps, %s%s%s\n") % tally.frames % elapsed %
-                     rate(tally.frames, elapsed) % tally.missingText() % tally.failureText() % ending;
+// The images' bytes per second, in millions, as Aravis's tools count them.
+double megabytesPerSecond(long frames, const cv::Mat& frame, double seconds) {
+    return rate(frames, seconds) * static_cast<double>(frame.total() * frame.elemSize()) / 1e6;
 }
 
-void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
+void printSummary(const Tally& tally, const cv::Mat& frame, double elapsed, const std::string& ending) {
+    std::cout << boost::format("stream: %d frames in %.2f s, %.2f fps, %.2f MB/s, %s%s%s\n") % tally.frames %
+                     elapsed % rate(tally.frames, elapsed) % megabytesPerSecond(tally.frames, frame, elapsed) %
+                     tally.missingText() % tally.failureText() % ending;
+}
+
+// The backend's figures of the acquisition, from the line it logs when acquisition stops
+// ("Aravis stream of ...: 0 completed, 3 failures, 3 timeouts, 0 underruns, 8996 missing
+// packets, 0 resent packets"), told as packet loss when packets went missing; else empty.
+std::string packetLossText(const std::vector<std::string>& logged) {
+    static const std::regex figures(
+        R"(stream of .*: ([0-9]+) completed, ([0-9]+) failures, .* ([0-9]+) missing packets, ([0-9]+) resent packets)");
+    for (const auto& line : logged) {
+        std::smatch m;
+        if (std::regex_search(line, m, figures) && m[3] != "0")
+            return (boost::format("packet loss: %s frames complete, %s incomplete; %s packets missing, %s resent") %
+                    m[1] % m[2] % m[3] % m[4])
+                .str();
+    }
+    return {};
+}
+
+// What cut the stream short, for its summary line.
+const char* endingOf(ExitCode code) {
+    switch (code) {
+    case ExitCode::CameraDisconnected: return " (camera disconnected)";
+    case ExitCode::Terminated: return " (terminated)";
+    case ExitCode::Interrupted:
+    case ExitCode::HungUp:
+    case ExitCode::BrokenPipe: return " (interrupted)";
+    default: return " (stopped)";
+    }
+}
+
+void stream(Tavri::CameraDriver& camera, const StreamOptions& options, bool debayer) {
     cv::Mat frame = ContinuousGrab::frameFor(camera);
     const auto mode = camera.getMode();
+    FrameSaver saver(options, mode, debayer);
     const auto& records = recordSource(camera);
     ImageWaiter waiter(camera, options.timeout);
     Tally tally;
@@ -87,6 +154,8 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
     // A lost camera or a signal ends the loop; the summary is printed before it leaves.
     std::optional<ToolError> ended;
     double elapsed = 0.0;
+    // The backend tells its stream's figures when acquisition stops.
+    DriverLogTap tap;
     {
         ContinuousGrab grab(camera);
         try {
@@ -95,6 +164,7 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
                 if (result == ImageWaiter::Result::Deadline) break;
                 if (result == ImageWaiter::Result::Image) {
                     refuseWrongSize(records.lastImageRecord(), mode, frame);
+                    saver.offer(frame, tally.frames);
                     tally.arrived(records.lastImageRecord());
                 } else {
                     tally.failed(waiter.cause());
@@ -102,8 +172,9 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
                 }
                 progress.show([&] {
                     const double now = secondsSince(start);
-                    return (boost::format("frames %7d  fps %7.2f  missing %5d  failures %5d") % tally.frames %
-                            rate(tally.frames, now) % std::max(tally.missing, 0L) % tally.failures)
+                    return (boost::format("frames %7d  fps %7.2f  MB/s %7.2f  missing %5d  failures %5d") %
+                            tally.frames % rate(tally.frames, now) % megabytesPerSecond(tally.frames, frame, now) %
+                            std::max(tally.missing, 0L) % tally.failures)
                         .str();
                 });
             }
@@ -114,19 +185,18 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options) {
         elapsed = secondsSince(start);
     }
     progress.finish();
+    const auto loss = packetLossText(tap.failures());
+    if (!loss.empty()) std::cout << "stream: " << loss << '\n';
     if (ended) {
-        printSummary(tally, elapsed,
-                     ended->code() == ExitCode::CameraDisconnected ? " (camera disconnected)"
-                     : ended->code() == ExitCode::Terminated       ? " (terminated)"
-                                                                   : " (interrupted)");
+        printSummary(tally, frame, elapsed, saver.savedText() + endingOf(ended->code()));
         throw *ended;
     }
-    printSummary(tally, elapsed, "");
+    printSummary(tally, frame, elapsed, saver.savedText());
     if (tally.consecutive >= options.maxFailures) {
         const auto advice = waiter.advice();
-        throw ToolError(ExitCode::DriverError, (boost::format("stopped after %d failures in a row; the last: %s%s") %
+        throw ToolError(ExitCode::DriverError, (boost::format("stopped after %d failures in a row; the last: %s%s%s") %
                                                 tally.consecutive % tally.lastCause %
-                                                (advice.empty() ? "" : "; " + advice))
+                                                (advice.empty() ? "" : "; " + advice) % (loss.empty() ? "" : "; " + loss))
                                                    .str());
     }
     if (tally.frames == 0) {
@@ -149,8 +219,14 @@ void addStreamCommand(CLI::App& app, const GlobalOptions& options) {
                         "end the stream after this many failed images in a row")
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
+    auto* directory = command->add_option("-o,--output", settings->directory, "with --every: folder for the frames");
+    command->add_option("--every", settings->every, "save every K-th frame as DIR/frame_000000.png ... (frame 0, K, 2K ...)")
+        ->check(CLI::Range(1, 1000000000))
+        ->needs(directory);
+    directory->needs("--every");
     command->callback([&options, settings] {
-        withSession(options, [&](Session& session) { stream(session.open(), *settings); });
+        if (settings->every > 0) checkOutputDirectory(settings->directory);
+        withSession(options, [&](Session& session) { stream(session.open(), *settings, options.debayer); });
     });
 }
 
