@@ -1,6 +1,5 @@
 #include <boost/format.hpp>
 #include <chrono>
-#include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -11,8 +10,8 @@
 #include "Commands.h"
 #include "ContinuousGrab.h"
 #include "DriverLogTap.h"
+#include "FrameSaver.h"
 #include "ImageFile.h"
-#include "ImageOutput.h"
 #include "ImageWaiter.h"
 #include "Progress.h"
 #include "Session.h"
@@ -32,31 +31,6 @@ struct StreamOptions {
     int maxFailures = 3;
     std::string directory;  // with --every: where every k-th frame goes
     int every = 0;
-};
-
-// Every k-th frame that arrived, as DIR/frame_000000.png ...: frame 0, k, 2k ...
-class FrameSaver {
-public:
-    FrameSaver(const StreamOptions& options, Tavri::ImageType mode, bool debayer)
-        : directory_(options.directory), every_(options.every), mode_(mode), debayer_(debayer) {
-        if (every_ > 0) createOutputDirectory(directory_);
-    }
-    void offer(const cv::Mat& frame, long index) {
-        if (every_ <= 0 || index % every_ != 0) return;
-        const auto name = (boost::format("frame_%06d.png") % index).str();
-        writeImage((std::filesystem::path(directory_) / name).string(), forFile(frame, mode_, debayer_));
-        ++saved_;
-    }
-    std::string savedText() const {
-        return every_ > 0 ? (boost::format(", %d saved in %s") % saved_ % directory_).str() : "";
-    }
-
-private:
-    std::string directory_;
-    int every_;
-    Tavri::ImageType mode_;
-    bool debayer_;
-    long saved_ = 0;
 };
 
 struct Tally {
@@ -144,7 +118,7 @@ const char* endingOf(ExitCode code) {
 void stream(Tavri::CameraDriver& camera, const StreamOptions& options, bool debayer) {
     cv::Mat frame = ContinuousGrab::frameFor(camera);
     const auto mode = camera.getMode();
-    FrameSaver saver(options, mode, debayer);
+    FrameSaver saver(options.directory, options.every, mode, debayer);
     const auto& records = recordSource(camera);
     ImageWaiter waiter(camera, options.timeout);
     Tally tally;
