@@ -77,7 +77,7 @@ bool TavriCameraToshibaTeli::isConnected() {
     }
     CameraInfoRecord record;
     if (sdk.sdkGetCameraInfo(cameraHandle, 0, &record) != SdkResult::Success) {
-        TAVRI_LOG(1, "Failed to get camera info");
+        TAVRI_LOG(1, DriverText::CameraInfoFailed);
         return false;
     }
     return true;

@@ -75,5 +75,6 @@ std::shared_ptr<ImageSet> TavriCameraToshibaTeli::finishGrabSequenceAsync() {
 const SequenceRecords& TavriCameraToshibaTeli::sequenceRecords() const { return records; }
 const SetVerdict& TavriCameraToshibaTeli::sequenceVerdict() const { return verdict; }
 const ImageRecord& TavriCameraToshibaTeli::lastImageRecord() const { return lastRecord; }
+std::shared_ptr<ImageSet> TavriCameraToshibaTeli::sequenceSet() const { return currentImageSet; }
 
 }  // namespace Tavri

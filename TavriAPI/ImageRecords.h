@@ -4,10 +4,13 @@
 // with dynamic_cast from its CameraDriver*: CameraDriver itself is unchanged.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace Tavri {
+
+struct ImageSet;
 
 // One image as the driver took it.
 struct ImageRecord {
@@ -97,6 +100,9 @@ public:
     virtual const SequenceRecords& sequenceRecords() const = 0;
     virtual const SetVerdict& sequenceVerdict() const = 0;
     virtual const ImageRecord& lastImageRecord() const = 0;
+    // The set the last sequence filled, also when finishing it failed (the stream of a
+    // camera that is gone cannot be stopped): the images its records count as taken.
+    virtual std::shared_ptr<ImageSet> sequenceSet() const = 0;
 };
 
 }  // namespace Tavri

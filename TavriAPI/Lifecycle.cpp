@@ -16,7 +16,10 @@ const int TavriCameraToshibaTeli::STRM_REQUEST_NUM;
 TavriCameraToshibaTeli::TavriCameraToshibaTeli() : TavriCameraToshibaTeli(activeSdk()) {}
 
 TavriCameraToshibaTeli::TavriCameraToshibaTeli(TeliSdk& sdk)
-    : sdk(sdk), frameInfoSource(dynamic_cast<FrameInfoSource*>(&sdk)) {}
+    : sdk(sdk),
+      frameInfoSource(dynamic_cast<FrameInfoSource*>(&sdk)),
+      controlRangeSource(dynamic_cast<ControlRangeSource*>(&sdk)),
+      transportAddressSource(dynamic_cast<TransportAddressSource*>(&sdk)) {}
 
 TavriCameraToshibaTeli::~TavriCameraToshibaTeli() {
     // A worker still held would go on using this object after it is gone: wait for it.

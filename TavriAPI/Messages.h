@@ -12,6 +12,8 @@
 // header rather than copy them.
 namespace Tavri::DriverText {
 constexpr const char* ImageWaitFailed = "Failed to wait for camera image completion";
+// isConnected() before an open: a camera is counted but does not say who it is.
+constexpr const char* CameraInfoFailed = "Failed to get camera info";
 }  // namespace Tavri::DriverText
 
 namespace Tavri::detail {

@@ -7,14 +7,21 @@
 #include <vector>
 
 #include "TavriAPI/CameraDriver.h"
+#include "TavriAPI/CameraAddresses.h"
 #include "TavriAPI/ImageRecords.h"
+#include "TavriAPI/SettingRanges.h"
+#include "sdk/ControlRanges.h"
+#include "sdk/TransportAddress.h"
 #include "sdk/FrameInfo.h"
 #include "sdk/TeliSdk.h"
 
 namespace Tavri {
 
 // One Toshiba Teli camera behind the platform's camera-driver interface.
-class TavriCameraToshibaTeli : public CameraDriver, public ImageRecordSource {
+class TavriCameraToshibaTeli : public CameraDriver,
+                               public ImageRecordSource,
+                               public SettingRangeSource,
+                               public CameraAddressSource {
 public:
     virtual ~TavriCameraToshibaTeli();
 
@@ -41,6 +48,10 @@ public:
     const SequenceRecords& sequenceRecords() const override;
     const SetVerdict& sequenceVerdict() const override;
     const ImageRecord& lastImageRecord() const override;
+    std::shared_ptr<ImageSet> sequenceSet() const override;
+
+    std::vector<SettingRange> settingRanges() override;
+    std::string transportAddress(const std::string& serialNumber) override;
 
     // Talks to the backend that initializeDriver selected.
     TavriCameraToshibaTeli();
@@ -99,6 +110,9 @@ protected:
 
     // The backend's frame information, when it offers any (found once, at construction).
     FrameInfoSource* frameInfoSource = nullptr;
+    // The backend's control ranges, when it tells them (found once, at construction).
+    ControlRangeSource* controlRangeSource = nullptr;
+    TransportAddressSource* transportAddressSource = nullptr;
     // Steady-clock time just before the last start of acquisition.
     std::uint64_t streamStartNs = 0;
     // Storage for one record per image, made at the start of a sequence: the worker

@@ -51,11 +51,11 @@ function(tavri_install_headers folder)
   list(TRANSFORM ARGN PREPEND ${PROJECT_SOURCE_DIR}/${folder}/)
   install(FILES ${ARGN} DESTINATION ${TAVRI_INSTALL_INCLUDEDIR}/${folder} COMPONENT dev)
 endfunction()
-tavri_install_headers(TavriAPI CameraDriver.h ImageRecords.h ImageSet.h ImageSetMemory.h ImageType.h InternalCameraInfo.h
-  TavriCameraToshibaTeli.h)
+tavri_install_headers(TavriAPI CameraAddresses.h CameraDriver.h ImageRecords.h ImageSet.h ImageSetMemory.h ImageType.h
+  InternalCameraInfo.h SettingRanges.h TavriCameraToshibaTeli.h)
 tavri_install_headers(TavriCommon Exceptions.h Logger.h Serialization.h Settings.h StdAbortThread.h)
 tavri_install_headers(settings SettingsOld.h)
-tavri_install_headers(sdk FrameInfo.h SdkOperations.h SdkResult.h TeliSdk.h)
+tavri_install_headers(sdk ControlRanges.h FrameInfo.h SdkOperations.h SdkResult.h TeliSdk.h TransportAddress.h)
 
 # --- the plug-in ----------------------------------------------------------------------
 # Installed binaries (the plug-in, teli-grab) find the host libraries, and teli-grab the

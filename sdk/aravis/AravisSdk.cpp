@@ -33,14 +33,20 @@ Result AravisSdk::onCamera(CameraHandle handle, Access&& access) {
 
 template <typename Access>
 Result AravisSdk::onCameraWrite(CameraHandle handle, const char* operation, Access&& access) {
+    const auto slot = findCamera(handle);
+    if (!slot) return AravisResult::InvalidHandle;
     features::takeFailureNote();
-    const Result result = onCamera(handle, std::forward<Access>(access));
+    const Result result = slot->connection->withFeatures(std::forward<Access>(access));
     const std::string why = features::takeFailureNote();
     // A lost camera answers without being asked and has said so once already.
-    if (result && (!why.empty() || result != AravisResult::NotResponding))
-        TAVRI_LOG(3, (boost::format("Aravis: %s failed with %d: %s") % operation % result %
-                      (why.empty() ? std::string("no further cause given") : why))
-                         .str());
+    if (result && (!why.empty() || result != AravisResult::NotResponding)) {
+        const auto text = (boost::format("Aravis: %s failed with %d: %s") % operation % result %
+                           (why.empty() ? std::string("no further cause given") : why))
+                              .str();
+        // The driver sets the same controls at every open and every apply: a camera's
+        // refusal is a warning once per run, and a detail after that.
+        TAVRI_LOG(toldRefusals_.first(slot->connection->deviceId() + '\n' + text) ? 3 : 1, text);
+    }
     return result;
 }
 

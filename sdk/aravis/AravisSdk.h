@@ -10,15 +10,21 @@
 #include <string>
 #include <vector>
 
+#include "sdk/ControlRanges.h"
 #include "sdk/FrameInfo.h"
+#include "sdk/TransportAddress.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/AravisStream.h"
 #include "sdk/aravis/CameraConnection.h"
 #include "sdk/aravis/Discovery.h"
+#include "sdk/aravis/OncePerRun.h"
 
 namespace Tavri::aravis {
 
-class AravisSdk final : public TeliSdk, public FrameInfoSource {
+class AravisSdk final : public TeliSdk,
+                        public FrameInfoSource,
+                        public ControlRangeSource,
+                        public TransportAddressSource {
 public:
     // A device list younger than this is reused: the driver counts cameras up to three
     // times for one open, and each GigE discovery round waits out about a second. A
@@ -34,6 +40,12 @@ public:
 
     // Frame id, camera and capture time and status of the last take's buffer.
     bool frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* info) override;
+
+    // Min, max and increment of the GenICam feature behind the control.
+    bool controlRange(CameraHandle camera, Control control, ControlRange* range) override;
+
+    // The device address Aravis found the camera at.
+    std::string transportAddress(std::uint32_t index) override;
 
 private:
     struct CameraSlot {
@@ -66,6 +78,8 @@ private:
     std::map<CameraHandle, std::shared_ptr<CameraSlot>> openCameras_;
     std::map<StreamHandle, StreamSlot> streams_;
     std::map<std::string, std::weak_ptr<CameraConnection>> connections_;
+    // Refusals already told at level 3, by device id and text.
+    OncePerRun toldRefusals_;
 };
 
 }  // namespace Tavri::aravis

@@ -94,6 +94,7 @@ AravisStream::~AravisStream() {
 void AravisStream::onStreamEvent(void* self, ArvStreamCallbackType type, ArvBuffer*) {
     if (type != ARV_STREAM_CALLBACK_TYPE_BUFFER_DONE) return;
     auto* stream = static_cast<AravisStream*>(self);
+    stream->connection_->noteStreamActivity();
     stream->reported_.fetch_add(1);
     stream->event_.completed();
 }

@@ -39,6 +39,15 @@ std::shared_ptr<CameraConnection> CameraConnection::open(const std::string& devi
             result = AravisResult::OpenFailed;
         return nullptr;
     }
+    // GigE grants one controller: without control nothing can be set or streamed, and
+    // the stream would only fail later, without its cause.
+    if (ARV_IS_GV_DEVICE(device) && !arv_gv_device_is_controller(ARV_GV_DEVICE(device))) {
+        TAVRI_LOG(3, "Aravis: camera " + deviceId + " is held by another controller (a program on this or another "
+                                                    "host has it open); not opened");
+        g_object_unref(camera);
+        result = AravisResult::AccessDenied;
+        return nullptr;
+    }
     result = AravisResult::Success;
     return std::shared_ptr<CameraConnection>(new CameraConnection(deviceId, camera, control));
 }
@@ -107,7 +116,8 @@ void CameraConnection::watchCalls(ArvGvDevice* device) {
         if (!present) {
             lock.unlock();
             markLost("no answer to a presence check during a slow call");
-            return;
+            if (lost_.load()) return;
+            lock.lock();
         }
     }
 }
@@ -126,10 +136,21 @@ Result CameraConnection::checkPresence() {
     ArvDevice* device = arv_camera_get_device(camera_.get());
     if (!ARV_IS_GV_DEVICE(device) || gvcp::answers(ARV_GV_DEVICE(device))) return SdkResult::Success;
     markLost("no answer to a presence check");
-    return SdkResult::NotResponding;
+    return lost_.load() ? SdkResult::NotResponding : SdkResult::Success;
+}
+
+bool CameraConnection::streamedRecently() const {
+    const Clock::rep last = lastStreamActivity_.load();
+    return last != 0 && Clock::now() - Clock::time_point(Clock::duration(last)) < kStreamSignOfLife;
 }
 
 void CameraConnection::markLost(const char* why) {
+    if (streamedRecently()) {
+        TAVRI_LOG(1, (boost::format("Aravis: camera %s slow to answer (%s), but its frames still come: not lost") %
+                      deviceId_ % why)
+                         .str());
+        return;
+    }
     if (lost_.exchange(true)) return;
     // Nothing more is asked of a lost camera but what Aravis does when the stream and
     // the camera are dropped; with the channel cut, that costs no time-outs.

@@ -56,11 +56,18 @@ public:
 
     bool lost() const { return lost_.load(); }
 
+    // Told by the stream for every frame Aravis finished, whole or not: its packets
+    // came, so the camera is there however slowly its control channel answers.
+    void noteStreamActivity() { lastStreamActivity_.store(Clock::now().time_since_epoch().count()); }
+
     // Whether the camera still answers, within a short bound for a GigE camera and
     // beside any call still waiting on it; a camera that does not is marked lost.
     Result checkPresence();
 
     static constexpr std::chrono::milliseconds kSlowCall{300};
+    // A camera whose frames came this recently is not taken for lost: a camera busy
+    // sending, or losing stream packets, answers its control channel late.
+    static constexpr std::chrono::milliseconds kStreamSignOfLife{500};
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -81,7 +88,8 @@ private:
     void watchCalls(ArvGvDevice* device);
     static void onControlLost(ArvDevice* device, gpointer self);
     void noteUnreachable();
-    // Marks the camera lost and says so once, with why.
+    bool streamedRecently() const;
+    // Marks the camera lost and says so once, with why; not while its frames still come.
     void markLost(const char* why);
 
     std::string deviceId_;
@@ -90,6 +98,7 @@ private:
     gulong controlLostHandler_ = 0;
     std::mutex featureMutex_;
     std::atomic<bool> lost_{false};
+    std::atomic<Clock::rep> lastStreamActivity_{0};  // Clock's count; 0: never
     int timeouts_ = 0;  // consecutive control time-outs, under featureMutex_
 
     // The watch on slow calls (GigE cameras only).

@@ -35,6 +35,7 @@ std::vector<DiscoveredCamera> discoverCameras() {
             camera.vendor = text(arv_get_device_vendor(i));
             camera.model = text(arv_get_device_model(i));
             camera.serial = text(arv_get_device_serial_nbr(i));
+            camera.address = text(arv_get_device_address(i));
             if (camera.serial.empty()) camera.serial = camera.deviceId;
             if (!camera.deviceId.empty()) cameras.push_back(std::move(camera));
         }

@@ -12,6 +12,7 @@ struct DiscoveredCamera {
     std::string vendor;
     std::string model;
     std::string serial;  // the camera's serial number, or its device id when it reports none
+    std::string address;  // the transport address Aravis reaches it at (IP address on GigE)
 };
 
 // One discovery round (about a second on GigE: Aravis waits out its answer time);

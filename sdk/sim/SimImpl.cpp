@@ -135,4 +135,16 @@ bool SimSdk::frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* in
     return true;
 }
 
+bool SimSdk::controlRange(CameraHandle camera, Control control, ControlRange* range) {
+    static constexpr Feature kFeatureOf[] = {Feature::Exposure, Feature::Gain, Feature::BlackLevel, Feature::RedRatio,
+                                             Feature::BlueRatio};
+    std::shared_ptr<CameraObj> c;
+    if (!range || impl->resolve(camera, HandleKind::Camera, c) != Success) return false;
+    std::lock_guard<std::mutex> lock(c->device->mutex);
+    if (!c->open) return false;
+    const FeatureRange& r = c->device->config.ranges[kFeatureOf[static_cast<std::size_t>(control)]];
+    *range = {r.min, r.max, r.increment};
+    return true;
+}
+
 }  // namespace Tavri::sim

@@ -21,6 +21,7 @@
 #include <memory>
 #include <string>
 
+#include "sdk/ControlRanges.h"
 #include "sdk/FrameInfo.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/sim/SimConfig.h"
@@ -30,7 +31,7 @@
 
 namespace Tavri::sim {
 
-class SimSdk : public TeliSdk, public FrameInfoSource {
+class SimSdk : public TeliSdk, public FrameInfoSource, public ControlRangeSource {
 public:
     SimSdk();
     explicit SimSdk(RigConfig rig);  // throws RuntimeException for an invalid rig
@@ -44,6 +45,9 @@ public:
     // The frame of the last take: its number, capture time (the rig's clock is the
     // host's steady clock) and, as ground truth, the pulse and pattern it answered.
     bool frameInfo(StreamHandle stream, RequestHandle request, FrameInfo* info) override;
+
+    // The range of the camera's feature row (rig file or default).
+    bool controlRange(CameraHandle camera, Control control, ControlRange* range) override;
 
     // ---- Controls for tests and demos. Thread-safe. `camera` is the rig index, which
     // does not shift when a camera is unplugged; an index outside the rig throws

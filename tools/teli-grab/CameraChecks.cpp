@@ -3,6 +3,7 @@
 #include <boost/format.hpp>
 
 #include "settings/SettingsOld.h"
+#include "DriverLogTap.h"
 #include "ToolError.h"
 
 namespace TeliGrab {
@@ -14,6 +15,12 @@ std::string triggerHint(Tavri::CameraDriver& camera) {
         return {};
     return "the camera waits for a hardware trigger (Camera/TriggerType is Hardware); without trigger wiring, "
            "let it run free with --set Camera/TriggerType=Software";
+}
+
+std::string noCameraText(Tavri::CameraDriver& camera) {
+    DriverLogTap tap(0);
+    if (camera.isConnected() || !tap.saw(Tavri::DriverText::CameraInfoFailed)) return "no camera found";
+    return "no camera found that answers: a camera is attached but does not say who it is (hung? power it off and on)";
 }
 
 void throwIfDisconnected(Tavri::CameraDriver& camera, long frames) {

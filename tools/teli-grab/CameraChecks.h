@@ -12,6 +12,11 @@ namespace TeliGrab {
 // The driver's text for an image that did not arrive within the wait.
 using Tavri::DriverText::ImageWaitFailed;
 
+// Why getInfoInternalCameras() listed no camera: "no camera found", or, when one is
+// attached but does not answer, a sentence saying so. Asks isConnected(), which an
+// unopened camera answers from the first camera's information.
+std::string noCameraText(Tavri::CameraDriver& camera);
+
 // When the camera is set to wait for a hardware trigger: a sentence saying so and how
 // to let it run free; empty otherwise.
 std::string triggerHint(Tavri::CameraDriver& camera);

@@ -1,9 +1,13 @@
 #include "DriverLogTap.h"
 
+#include <algorithm>
+
 namespace TeliGrab {
 
 class DriverLogTap::Forwarder : public Tavri::Log::LoggerInterface {
 public:
+    explicit Forwarder(int kept) : kept_(kept) {}
+
     // The logger installed before this one; none means the library's default.
     void forwardTo(std::shared_ptr<Tavri::Log::LoggerInterface> next) {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -15,7 +19,7 @@ public:
         std::shared_ptr<Tavri::Log::LoggerInterface> next;
         {
             std::lock_guard<std::mutex> lock(mutex_);
-            if (level >= 3) failures_.push_back(text);
+            if (level >= kept_) failures_.push_back(text);
             next = next_;
         }
         // From inside an installed logger, the global logger is the default one.
@@ -31,6 +35,7 @@ public:
     }
 
 private:
+    const int kept_;
     mutable std::mutex mutex_;
     std::shared_ptr<Tavri::Log::LoggerInterface> next_;
     std::vector<std::string> failures_;
@@ -38,13 +43,18 @@ private:
 
 // Records go on to the logger installed before (a host's, or an outer tap), which
 // previous_ keeps alive until it is installed again.
-DriverLogTap::DriverLogTap()
-    : forwarder_(std::make_shared<Forwarder>()), previous_(Tavri::Log::GlobalLogger::install(forwarder_)) {
+DriverLogTap::DriverLogTap(int kept)
+    : forwarder_(std::make_shared<Forwarder>(kept)), previous_(Tavri::Log::GlobalLogger::install(forwarder_)) {
     forwarder_->forwardTo(previous_);
 }
 
 DriverLogTap::~DriverLogTap() { Tavri::Log::GlobalLogger::install(previous_); }
 
 std::vector<std::string> DriverLogTap::failures() const { return forwarder_->failures(); }
+
+bool DriverLogTap::saw(const std::string& text) const {
+    const auto texts = failures();
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
+}
 
 }  // namespace TeliGrab

@@ -4,6 +4,7 @@
 
 #include "CameraChecks.h"
 #include "Interrupt.h"
+#include "SetReport.h"
 
 namespace TeliGrab {
 
@@ -40,7 +41,11 @@ ImageWaiter::Result ImageWaiter::next(cv::Mat& frame, Clock::time_point deadline
         // A lost camera shows as images that stop coming, so every failed slice asks.
         throwIfDisconnected(camera_, framesSoFar);
         if (failure != ImageWaitFailed) {
-            cause_ = failure;
+            // A frame the camera sent but the link did not bring whole: the backend names
+            // its status, which tells more than the driver's text.
+            const auto& record = recordSource(camera_).lastImageRecord();
+            cause_ = record.status != 0 && *record.statusText ? std::string("incomplete frame (") + record.statusText + ")"
+                                                              : failure;
             timedOut_ = false;
             return Result::Failed;
         }

@@ -1,5 +1,7 @@
 #include "ReadBack.h"
 
+#include "RangeText.h"
+
 #include <algorithm>
 #include <boost/format.hpp>
 #include <cmath>
@@ -19,7 +21,8 @@ bool kept(double asked, double current) {
 
 }  // namespace
 
-std::vector<std::string> valuesNotKept(const std::vector<SettingValue>& asked, const Tavri::TSettings& current) {
+std::vector<std::string> valuesNotKept(const std::vector<SettingValue>& asked, const Tavri::TSettings& current,
+                                       const std::vector<Tavri::SettingRange>& ranges) {
     std::map<std::string, double> last;
     std::vector<std::string> order;
     for (const auto& value : asked) {
@@ -32,9 +35,23 @@ std::vector<std::string> valuesNotKept(const std::vector<SettingValue>& asked, c
         if (!current.has(key)) continue;
         const double now = current[key].toDouble();
         if (!kept(last[key], now))
-            lines.push_back((boost::format("%s: asked %g, camera kept %s") % key % last[key] %
-                             nlohmann::json(now).dump())
+            lines.push_back((boost::format("%s: asked %g, camera kept %s%s") % key % last[key] %
+                             nlohmann::json(now).dump() % rangeNote(ranges, key))
                                 .str());
+    }
+    return lines;
+}
+
+std::vector<std::string> valuesOutOfRange(const std::vector<SettingValue>& asked,
+                                          const std::vector<Tavri::SettingRange>& ranges) {
+    std::vector<std::string> lines;
+    for (const auto& value : asked) {
+        if (value.kind != SettingValue::Kind::Number) continue;
+        for (const auto& range : ranges)
+            if (range.key == value.key && (value.number < range.min || value.number > range.max))
+                lines.push_back((boost::format("%s %.10g is outside the camera's range %s") % value.key % value.number %
+                                 describeRange(range))
+                                    .str());
     }
     return lines;
 }

@@ -3,6 +3,7 @@
 #include <boost/format.hpp>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <future>
 #include <iostream>
@@ -69,7 +70,19 @@ std::vector<std::shared_ptr<Tavri::ImageSet>> runSequence(const std::vector<Tavr
     for (auto* camera : cameras) camera->startGrabSequenceAsync(count);
     auto finishing = std::async(std::launch::async, [&cameras] {
         std::vector<std::shared_ptr<Tavri::ImageSet>> sets;
-        for (auto* camera : cameras) sets.push_back(camera->finishGrabSequenceAsync());
+        std::exception_ptr failed;
+        for (auto* camera : cameras) {
+            try {
+                sets.push_back(camera->finishGrabSequenceAsync());
+            } catch (const std::exception&) {
+                // The stream of a camera that is gone cannot be stopped, which fails the
+                // finish; the images that came before are still the set's, and the loss
+                // is told with the set. Every other camera is still finished.
+                if (!failed && camera->isConnected()) failed = std::current_exception();
+                sets.push_back(camera->isConnected() ? nullptr : recordSource(*camera).sequenceSet());
+            }
+        }
+        if (failed) std::rethrow_exception(failed);
         return sets;
     });
     const auto start = Clock::now();
@@ -90,7 +103,12 @@ std::vector<std::shared_ptr<Tavri::ImageSet>> runSequence(const std::vector<Tavr
         });
     }
     progress.finish();
-    return finishing.get();
+    try {
+        return finishing.get();
+    } catch (const std::exception&) {
+        throwIfInterrupted();
+        throw;
+    }
 }
 
 // Runs `step`; a lost camera ends the set with its own cause and code rather than

@@ -9,8 +9,11 @@
 
 #include "settings/SettingsOld.h"
 
+#include "CameraChecks.h"
+#include "DriverLogTap.h"
 #include "Interrupt.h"
 #include "PluginLocation.h"
+#include "RangeText.h"
 #include "ReadBack.h"
 #include "SettingsArgs.h"
 #include "ToolError.h"
@@ -78,20 +81,30 @@ Session::Session(const GlobalOptions& options, const std::string& pluginPath, st
 
 std::vector<std::string> Session::applyAndReadBack(const CheckedSettings& settings) {
     apply(camera(), settings);
-    return valuesNotKept(settings.values, guarded("settings", [&] { return camera().settings(); }));
+    return valuesNotKept(settings.values, guarded("settings", [&] { return camera().settings(); }),
+                         settingRanges(camera()));
 }
 
 void Session::apply(Tavri::CameraDriver& driver, const CheckedSettings& settings) {
-    if (!guarded("updateSettings", [&] { return driver.updateSettings(settings.tree); }))
-        throw ToolError(ExitCode::DriverError, "updateSettings refused the settings: camera not initialised");
+    bool updated = false;
+    try {
+        updated = guarded("updateSettings", [&] { return driver.updateSettings(settings.tree); });
+    } catch (const ToolError& error) {
+        // The driver names the control it could not set, not the value's fault.
+        const auto outside = valuesOutOfRange(settings.values, settingRanges(driver));
+        if (outside.empty()) throw;
+        throw ToolError(error.code(), std::string(error.what()) + ": " + boost::algorithm::join(outside, "; "));
+    }
+    if (!updated) throw ToolError(ExitCode::DriverError, "updateSettings refused the settings: camera not initialised");
     // The colour-mode key changes only the driver's record; setMode sends the pixel
     // format, so the camera delivers what the key says.
     if (settings.has(SettingsOld::Camera::ColorMode)) guarded("setMode", [&] { driver.setMode(driver.getMode()); });
 }
 
 std::vector<std::string> Session::listedSerials() {
-    const auto cameras = guarded("getInfoInternalCameras", [&] { return camera().getInfoInternalCameras(); });
-    if (cameras.empty()) throw ToolError(ExitCode::CameraNotFound, "no camera found");
+    auto& driver = camera();
+    const auto cameras = guarded("getInfoInternalCameras", [&] { return driver.getInfoInternalCameras(); });
+    if (cameras.empty()) throw ToolError(ExitCode::CameraNotFound, noCameraText(driver));
     std::vector<std::string> serials;
     for (const auto& info : cameras) serials.push_back(info.serialNumber);
     return serials;
@@ -134,7 +147,19 @@ std::vector<Session::OpenCamera> Session::openAll() {
 
 Tavri::CameraDriver& Session::openAs(CameraObject& object, const std::string& serial, const CheckedSettings* tree) {
     auto& driver = object.driver();
-    const bool opened = guarded("initializeCamera", [&] { return driver.initializeCamera(serial.c_str()); });
+    bool opened = false;
+    {
+        // The backend may tell the cause of a refused open only in its log (a camera
+        // another program holds); the error carries it.
+        DriverLogTap tap;
+        try {
+            opened = guarded("initializeCamera", [&] { return driver.initializeCamera(serial.c_str()); });
+        } catch (const ToolError& error) {
+            const auto told = tap.failures();
+            if (told.empty()) throw;
+            throw ToolError(error.code(), std::string(error.what()) + " (" + told.front() + ")");
+        }
+    }
     if (!opened)
         throw ToolError(ExitCode::DriverError,
                         (boost::format("initializeCamera refused camera '%s'") % serial).str());
@@ -153,7 +178,8 @@ Tavri::CameraDriver& Session::openAs(CameraObject& object, const std::string& se
     }
     if (!options_.mode.empty()) guarded("setMode", [&] { driver.setMode(parseMode(options_.mode)); });
 
-    const auto notKept = valuesNotKept(asked, guarded("settings", [&] { return driver.settings(); }));
+    const auto notKept =
+        valuesNotKept(asked, guarded("settings", [&] { return driver.settings(); }), settingRanges(driver));
     if (!notKept.empty() && options_.strict)
         throw ToolError(ExitCode::BadSettingsFile,
                         "the camera did not keep what was asked (--strict): " + boost::algorithm::join(notKept, "; "));

@@ -1,15 +1,21 @@
+#include <algorithm>
 #include <boost/format.hpp>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <thread>
 #include <vector>
 
 #include "CameraChecks.h"
 #include "Commands.h"
 #include "ContinuousGrab.h"
+#include "DriverLogTap.h"
+#include "FrameSaver.h"
+#include "ImageFile.h"
 #include "ImageWaiter.h"
 #include "Progress.h"
 #include "Session.h"
@@ -27,6 +33,8 @@ struct StreamOptions {
     double seconds = 5.0;
     Timeout timeout;
     int maxFailures = 3;
+    std::string directory;  // with --every: where every k-th frame goes
+    int every = 0;
 };
 
 struct Tally {
@@ -72,15 +80,53 @@ double secondsSince(Clock::time_point start) { return std::chrono::duration<doub
 
 double rate(long frames, double seconds) { return seconds > 0 ? frames / seconds : 0.0; }
 
-void printSummary(const std::string& label, const Tally& tally, double elapsed, const char* ending) {
-    std::cout << boost::format("%sstream: %d frames in %.2f s, %.2f fps, %s%s%s\n") % label % tally.frames % elapsed %
-                     rate(tally.frames, elapsed) % tally.missingText() % tally.failureText() % ending;
+// The images' bytes per second, in millions, as Aravis's tools count them.
+double megabytesPerSecond(long frames, const cv::Mat& frame, double seconds) {
+    return rate(frames, seconds) * static_cast<double>(frame.total() * frame.elemSize()) / 1e6;
 }
 
-// `label` heads the summary ("" for one camera; progress is shown for one camera only).
-void stream(Tavri::CameraDriver& camera, const StreamOptions& options, const std::string& label = "") {
+void printSummary(const std::string& label, const Tally& tally, const cv::Mat& frame, double elapsed,
+                  const std::string& ending) {
+    std::cout << boost::format("%sstream: %d frames in %.2f s, %.2f fps, %.2f MB/s, %s%s%s\n") % label % tally.frames %
+                     elapsed % rate(tally.frames, elapsed) % megabytesPerSecond(tally.frames, frame, elapsed) %
+                     tally.missingText() % tally.failureText() % ending;
+}
+
+// The backend's figures of the acquisition, from the line it logs when acquisition stops
+// ("Aravis stream of ...: 0 completed, 3 failures, 3 timeouts, 0 underruns, 8996 missing
+// packets, 0 resent packets"), told as packet loss when packets went missing; else empty.
+std::string packetLossText(const std::vector<std::string>& logged) {
+    static const std::regex figures(
+        R"(stream of .*: ([0-9]+) completed, ([0-9]+) failures, .* ([0-9]+) missing packets, ([0-9]+) resent packets)");
+    for (const auto& line : logged) {
+        std::smatch m;
+        if (std::regex_search(line, m, figures) && m[3] != "0")
+            return (boost::format("packet loss: %s frames complete, %s incomplete; %s packets missing, %s resent") %
+                    m[1] % m[2] % m[3] % m[4])
+                .str();
+    }
+    return {};
+}
+
+// What cut the stream short, for its summary line.
+const char* endingOf(ExitCode code) {
+    switch (code) {
+    case ExitCode::CameraDisconnected: return " (camera disconnected)";
+    case ExitCode::Terminated: return " (terminated)";
+    case ExitCode::Interrupted:
+    case ExitCode::HungUp:
+    case ExitCode::BrokenPipe: return " (interrupted)";
+    default: return " (stopped)";
+    }
+}
+
+// `label` heads the summary ("" for one camera; progress is shown for one camera only);
+// `tap` holds the driver's failures, for the packet-loss figures.
+void stream(Tavri::CameraDriver& camera, const StreamOptions& options, bool debayer, const DriverLogTap& tap,
+            const std::string& label = "", const std::string& directory = "") {
     cv::Mat frame = ContinuousGrab::frameFor(camera);
     const auto mode = camera.getMode();
+    FrameSaver saver(directory.empty() ? options.directory : directory, options.every, mode, debayer);
     const auto& records = recordSource(camera);
     ImageWaiter waiter(camera, options.timeout);
     Tally tally;
@@ -90,6 +136,7 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options, const std
     // A lost camera or a signal ends the loop; the summary is printed before it leaves.
     std::optional<ToolError> ended;
     double elapsed = 0.0;
+    // The backend tells its stream's figures when acquisition stops.
     {
         ContinuousGrab grab(camera);
         try {
@@ -98,6 +145,7 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options, const std
                 if (result == ImageWaiter::Result::Deadline) break;
                 if (result == ImageWaiter::Result::Image) {
                     refuseWrongSize(records.lastImageRecord(), mode, frame);
+                    saver.offer(frame, tally.frames);
                     tally.arrived(records.lastImageRecord());
                 } else {
                     tally.failed(waiter.cause());
@@ -105,8 +153,9 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options, const std
                 }
                 progress.show([&] {
                     const double now = secondsSince(start);
-                    return (boost::format("frames %7d  fps %7.2f  missing %5d  failures %5d") % tally.frames %
-                            rate(tally.frames, now) % std::max(tally.missing, 0L) % tally.failures)
+                    return (boost::format("frames %7d  fps %7.2f  MB/s %7.2f  missing %5d  failures %5d") %
+                            tally.frames % rate(tally.frames, now) % megabytesPerSecond(tally.frames, frame, now) %
+                            std::max(tally.missing, 0L) % tally.failures)
                         .str();
                 });
             }
@@ -117,19 +166,24 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options, const std
         elapsed = secondsSince(start);
     }
     progress.finish();
+    // With several cameras, only the lines that name this one.
+    auto logged = tap.failures();
+    const auto serial = label.empty() ? std::string() : label.substr(0, label.size() - 1);
+    logged.erase(std::remove_if(logged.begin(), logged.end(),
+                                [&](const std::string& line) { return line.find(serial) == std::string::npos; }),
+                 logged.end());
+    const auto loss = packetLossText(logged);
+    if (!loss.empty()) std::cout << "stream: " << loss << '\n';
     if (ended) {
-        printSummary(label, tally, elapsed,
-                     ended->code() == ExitCode::CameraDisconnected ? " (camera disconnected)"
-                     : ended->code() == ExitCode::Terminated       ? " (terminated)"
-                                                                   : " (interrupted)");
+        printSummary(label, tally, frame, elapsed, saver.savedText() + endingOf(ended->code()));
         throw *ended;
     }
-    printSummary(label, tally, elapsed, "");
+    printSummary(label, tally, frame, elapsed, saver.savedText());
     if (tally.consecutive >= options.maxFailures) {
         const auto advice = waiter.advice();
-        throw ToolError(ExitCode::DriverError, (boost::format("stopped after %d failures in a row; the last: %s%s") %
+        throw ToolError(ExitCode::DriverError, (boost::format("stopped after %d failures in a row; the last: %s%s%s") %
                                                 tally.consecutive % tally.lastCause %
-                                                (advice.empty() ? "" : "; " + advice))
+                                                (advice.empty() ? "" : "; " + advice) % (loss.empty() ? "" : "; " + loss))
                                                    .str());
     }
     if (tally.frames == 0) {
@@ -142,14 +196,19 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options, const std
 // Each camera streams on a thread of its own, one camera object each, and tells its
 // own frames per second; the first camera's failure (by the order given) ends the
 // command once all have stopped.
-void streamAll(const std::vector<Session::OpenCamera>& cameras, const StreamOptions& options) {
-    if (cameras.size() == 1) return stream(*cameras.front().driver, options);
+void streamAll(const std::vector<Session::OpenCamera>& cameras, const StreamOptions& options, bool debayer) {
+    // One tap for all: taps installed and removed by several threads would restore each
+    // other's loggers out of order.
+    DriverLogTap tap;
+    if (cameras.size() == 1) return stream(*cameras.front().driver, options, debayer, tap);
     std::vector<std::exception_ptr> errors(cameras.size());
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < cameras.size(); ++i)
         threads.emplace_back([&, i] {
             try {
-                stream(*cameras[i].driver, options, cameras[i].serial + " ");
+                const auto& serial = cameras[i].serial;
+                stream(*cameras[i].driver, options, debayer, tap, serial + " ",
+                       options.directory.empty() ? "" : (std::filesystem::path(options.directory) / serial).string());
             } catch (...) {
                 errors[i] = std::current_exception();
             }
@@ -178,8 +237,14 @@ void addStreamCommand(CLI::App& app, const GlobalOptions& options) {
                         "end the stream after this many failed images in a row")
         ->capture_default_str()
         ->check(CLI::Range(1, 1000000));
+    auto* directory = command->add_option("-o,--output", settings->directory, "with --every: folder for the frames");
+    command->add_option("--every", settings->every, "save every K-th frame as DIR/frame_000000.png ... (frame 0, K, 2K ...)")
+        ->check(CLI::Range(1, 1000000000))
+        ->needs(directory);
+    directory->needs("--every");
     command->callback([&options, settings] {
-        withSession(options, [&](Session& session) { streamAll(session.openAll(), *settings); });
+        if (settings->every > 0) checkOutputDirectory(settings->directory);
+        withSession(options, [&](Session& session) { streamAll(session.openAll(), *settings, options.debayer); });
     });
 }
 

@@ -71,7 +71,7 @@ void runLoops(std::vector<std::unique_ptr<View::ViewedCamera>>& cameras) {
         if (error) std::rethrow_exception(error);
 }
 
-void serve(Session& session, const ViewOptions& view, const GlobalOptions& options, const View::ListenAddress& address,
+void serve(Session& session, const GlobalOptions& options, const View::ListenAddress& address,
            const std::string& token) {
     View::ViewServer server(address, token);
     server.setDebayerStills(options.debayer);
@@ -122,7 +122,7 @@ void addViewCommand(CLI::App& app, const GlobalOptions& options) {
         const auto address = View::parseListenAddress(settings->listen);
         std::string token = settings->token;
         if (token.empty() && address.needsToken()) token = View::randomToken();
-        withSession(options, [&](Session& session) { serve(session, *settings, options, address, token); });
+        withSession(options, [&](Session& session) { serve(session, options, address, token); });
     });
 }
 
