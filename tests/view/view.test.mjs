@@ -162,6 +162,11 @@ async function liveViewCase() {
         [...c.querySelectorAll('option')].map((o) => o.value).join(',')]));
     check(JSON.stringify(built) === JSON.stringify(served.map((c) => [c.key, c.words.join(',')])),
           `the page's controls are the settings the server lists (${built.map((c) => c[0]).join(', ')})`);
+    // The rig's exposure range bounds its field.
+    const exposure = served.find((c) => c.key === 'ExposureTime');
+    const field = await page.$eval('[data-key="ExposureTime"] input', (e) => [e.min, e.max, e.step].join(' '));
+    check(exposure.min === 20 && exposure.max === 1000000 && field === '20 1000000 1',
+          `the exposure field carries the camera's range (${field})`);
 
     // An exposure change reaches the camera; the page shows what the camera kept.
     await page.waitForFunction(() => document.querySelector('[data-key="ExposureTime"] .kept').textContent !== '');

@@ -123,14 +123,22 @@ int parseSequenceCount(const std::string& text) {
     return parseWholeNumber(text, "the sequence length", 1, kMaxSequenceLength);
 }
 
-nlohmann::json controlsJson() {
+nlohmann::json controlsJson(const std::vector<Tavri::SettingRange>& ranges) {
     nlohmann::json controls = nlohmann::json::array();
-    for (const auto& row : CameraSettings::table())
-        controls.push_back({{"key", row.key},
-                            {"kind", row.numeric ? "number" : "word"},
-                            {"words", row.words},
-                            {"writable", row.writable},
-                            {"label", row.label}});
+    for (const auto& row : CameraSettings::table()) {
+        nlohmann::json control{{"key", row.key},
+                               {"kind", row.numeric ? "number" : "word"},
+                               {"words", row.words},
+                               {"writable", row.writable},
+                               {"label", row.label}};
+        for (const auto& range : ranges) {
+            if (range.key != row.key) continue;
+            control["min"] = range.min;
+            control["max"] = range.max;
+            if (range.increment > 0) control["increment"] = range.increment;
+        }
+        controls.push_back(std::move(control));
+    }
     return {{"controls", controls}};
 }
 

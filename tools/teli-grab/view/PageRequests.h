@@ -6,6 +6,7 @@
 #include <string>
 
 #include "TavriAPI/ImageType.h"
+#include "TavriAPI/SettingRanges.h"
 #include "TavriCommon/Settings.h"
 
 namespace TeliGrab::View {
@@ -44,7 +45,8 @@ int parseSequenceCount(const std::string& text);
 
 // The camera's settings table as the page builds its controls from it:
 // {"controls": [{"key", "kind": "number" or "word", "words": [...], "writable", "label"}]}.
-// A backend that knows a number's range may add "min", "max" and "increment".
-nlohmann::json controlsJson();
+// A number has "min", "max" and "increment" (when the camera names a step) where
+// `ranges` tells its range.
+nlohmann::json controlsJson(const std::vector<Tavri::SettingRange>& ranges);
 
 }  // namespace TeliGrab::View

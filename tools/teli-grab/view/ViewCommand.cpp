@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "RangeText.h"
 #include "Session.h"
 #include "ToolError.h"
 #include "view/ListenAddress.h"
@@ -80,6 +81,8 @@ void serve(Session& session, const GlobalOptions& options, const View::ListenAdd
     std::vector<std::unique_ptr<View::ViewedCamera>> cameras;
     std::vector<View::ViewedCamera*> served;
     for (const auto& [serial, driver] : session.openAll()) {
+        // The controls act on the first camera: its ranges bound them.
+        if (cameras.empty()) server.setRanges(settingRanges(*driver));
         cameras.push_back(std::make_unique<View::ViewedCamera>(serial, *driver));
         served.push_back(cameras.back().get());
     }

@@ -268,8 +268,8 @@ void ViewServer::addRoutes() {
         answer(response, {200, "application/json", nlohmann::json{{"cameras", cameras}}.dump(), ""});
     });
 
-    server_.Get("/api/controls", [](const Request&, Response& response) {
-        answer(response, {200, "application/json", controlsJson().dump(), ""});
+    server_.Get("/api/controls", [this](const Request&, Response& response) {
+        answer(response, {200, "application/json", controlsJson(ranges_).dump(), ""});
     });
 
     server_.Get("/api/status", forCamera([](ViewedCamera& camera, const Request&, Response& response) {

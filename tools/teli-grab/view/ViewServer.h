@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "TavriAPI/SettingRanges.h"
 #include "view/ListenAddress.h"
 #include "view/PageRequests.h"
 #include "view/ViewedCamera.h"
@@ -34,6 +35,9 @@ public:
     int port() const { return port_; }
     // Stills of a Raw mosaic demosaiced, as --debayer asks.
     void setDebayerStills(bool debayer) { debayerStills_ = debayer; }
+    // The ranges the controls carry: read from the camera before start(), since only
+    // its loop may call the camera once it runs.
+    void setRanges(std::vector<Tavri::SettingRange> ranges) { ranges_ = std::move(ranges); }
     // Serves `cameras` (at least one, each outliving the server's run) on a thread of
     // its own until stop().
     void start(std::vector<ViewedCamera*> cameras);
@@ -59,6 +63,7 @@ private:
     std::atomic<bool> stopping_{false};
     httplib::Server server_;
     int port_ = 0;
+    std::vector<Tavri::SettingRange> ranges_;
     std::atomic<bool> debayerStills_{false};
     std::thread thread_;
 };
