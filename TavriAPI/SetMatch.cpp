@@ -48,7 +48,8 @@ Step byPulse(const CameraSet& first, const ImageRecord& a, const ImageRecord& b)
             (boost::format("answers pulse %d, %s image %d answers pulse %d") % b.pulse % first.serial % a.index % a.pulse).str()};
 }
 
-Step byFramesAndTime(const CameraSet& first, const CameraSet& other, std::size_t k, double periodNs, double tolerance) {
+Step byFramesAndTime(const CameraSet& first, const CameraSet& other, std::size_t k, double periodNs,
+                     const MatchOptions& options) {
     const auto& a = first.records->images;
     const auto& b = other.records->images;
     // Frame ids count from each set's first image: cameras number their frames apart.
@@ -57,8 +58,13 @@ Step byFramesAndTime(const CameraSet& first, const CameraSet& other, std::size_t
     if (framesA != 0 && framesB != 0 && framesA != framesB)
         return {static_cast<std::int64_t>(framesB) - static_cast<std::int64_t>(framesA), false,
                 (boost::format("is frame %d after its first, %s image %d frame %d") % framesB % first.serial % k % framesA).str()};
+    // Frame ids that agree settle every image after the first; the first, where a
+    // camera that took an extra frame or missed the first trigger falls out of step,
+    // is held to the capture times.
+    if (framesA != 0 && framesB != 0) return {};
     const double apart = captureOf(b[k]) - captureOf(a[k]);
-    if (periodNs <= 0.0) return {};
+    if (periodNs <= 0.0 || !options.byTime) return {};
+    const double tolerance = options.tolerance;
     const auto offset = static_cast<std::int64_t>(std::llround(apart / periodNs));
     const bool offBeat = std::fabs(apart - static_cast<double>(offset) * periodNs) > tolerance * periodNs;
     return {offset, offBeat,
@@ -107,7 +113,7 @@ SetMatch matchSets(const std::vector<CameraSet>& cameras, const MatchOptions& op
             const auto& a = first.records->images[k];
             const auto& b = camera.records->images[k];
             const bool pulses = a.pulse != ImageRecord::kNoPulse && b.pulse != ImageRecord::kNoPulse;
-            const Step step = pulses ? byPulse(first, a, b) : byFramesAndTime(first, camera, k, periodNs, options.tolerance);
+            const Step step = pulses ? byPulse(first, a, b) : byFramesAndTime(first, camera, k, periodNs, options);
             const bool outOfStep = step.offset != 0 && step.offset != before.offset;
             if (outOfStep || (step.offBeat && !before.offBeat)) {
                 const auto image = static_cast<std::int32_t>(k);

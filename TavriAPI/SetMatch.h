@@ -33,6 +33,9 @@ struct MatchOptions {
     // Without pulse numbers, images whose capture times lie further apart than this
     // share of the period answer different triggers.
     double tolerance = 0.25;
+    // False where the triggers keep no steady pace: capture times then cannot tell
+    // them apart, and frame ids alone match the sets.
+    bool byTime = true;
 };
 
 struct SetMatch {
