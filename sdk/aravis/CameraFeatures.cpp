@@ -11,10 +11,12 @@
 
 #include "sdk/aravis/AravisResult.h"
 #include "sdk/aravis/ErrorMapping.h"
+#include "sdk/aravis/FeatureAccess.h"
 #include "sdk/aravis/GLibHandles.h"
 
 namespace Tavri::aravis::features {
-namespace {
+
+namespace detail {
 
 // Why the last control call on this thread failed; see takeFailureNote.
 thread_local std::string failureNote;
@@ -22,17 +24,6 @@ thread_local std::string failureNote;
 void note(const std::string& why) { failureNote = why; }
 
 std::string numberText(double value) { return (boost::format("%g") % value).str(); }
-
-// Runs one Aravis write and, when the camera refuses it, notes the feature, the value
-// and Aravis's reason.
-template <typename Call>
-Result writeFeature(const char* feature, const std::string& value, Call&& call) {
-    GErrorSlot error;
-    call(error.out());
-    const Result result = resultFromError(error.get());
-    if (result) note((boost::format("%s = %s refused: %s") % feature % value % error.message()).str());
-    return result;
-}
 
 std::string offeredEntries(ArvCamera* camera, const char* feature) {
     GErrorSlot error;
@@ -42,14 +33,6 @@ std::string offeredEntries(ArvCamera* camera, const char* feature) {
     for (guint i = 0; entries && i < count; ++i) names.emplace_back(entries[i]);
     g_free(entries);
     return names.empty() ? "none" : boost::algorithm::join(names, ", ");
-}
-
-// Runs one Aravis call that reports through a GError and maps the outcome.
-template <typename Call>
-Result run(Call&& call) {
-    GErrorSlot error;
-    call(error.out());
-    return resultFromError(error.get());
 }
 
 Result probe(ArvCamera* camera, const char* feature, bool& present) {
@@ -163,29 +146,6 @@ const char* pixelFormatName(std::uint32_t pfnc) {
     }
 }
 
-const char* balanceEntry(std::uint32_t selector) {
-    switch (selector) {
-    case BalanceSelector::Red: return "Red";
-    case BalanceSelector::Blue: return "Blue";
-    default: return nullptr;
-    }
-}
-
-Result selectBalance(ArvCamera* camera, std::uint32_t selector, const char*& valueFeature) {
-    const char* entry = balanceEntry(selector);
-    if (!entry) return AravisResult::ValueNotSupported;
-    if (const Result r = setEntry(camera, "BalanceRatioSelector", entry)) return r;
-    bool present = false;
-    if (const Result r = probe(camera, "BalanceRatio", present)) return r;
-    valueFeature = "BalanceRatio";
-    if (present) return AravisResult::Success;
-    if (const Result r = probe(camera, "BalanceRatioAbs", present)) return r;
-    valueFeature = "BalanceRatioAbs";
-    if (present) return AravisResult::Success;
-    note("the camera has neither BalanceRatio nor BalanceRatioAbs");
-    return AravisResult::FeatureMissing;
-}
-
 Result requireFeature(ArvCamera* camera, const char* feature) {
     bool present = false;
     if (const Result r = probe(camera, feature, present)) return r;
@@ -203,7 +163,9 @@ Result requireEither(ArvCamera* camera, const char* primary, const char* fallbac
     return second;
 }
 
-}  // namespace
+}  // namespace detail
+
+using namespace detail;
 
 std::string takeFailureNote() {
     std::string why;
@@ -374,54 +336,6 @@ Result setTriggerActivation(ArvCamera* camera, std::uint32_t activation) {
     }
     if (const Result r = selectFrameTrigger(camera)) return r;
     return setEntry(camera, "TriggerActivation", activation == 0 ? "FallingEdge" : "RisingEdge");
-}
-
-// Aravis's helpers choose between the current and the older feature names
-// (ExposureTime or ExposureTimeAbs, Gain or GainRaw, BlackLevel or BlackLevelRaw);
-// the checks in front only turn "neither exists" into FeatureMissing.
-Result getExposureTime(ArvCamera* camera, double& value) {
-    if (const Result r = requireEither(camera, "ExposureTime", "ExposureTimeAbs")) return r;
-    return run([&](GError** e) { value = arv_camera_get_exposure_time(camera, e); });
-}
-
-Result setExposureTime(ArvCamera* camera, double value) {
-    if (const Result r = requireEither(camera, "ExposureTime", "ExposureTimeAbs")) return r;
-    return writeFeature("ExposureTime", numberText(value),
-                        [&](GError** e) { arv_camera_set_exposure_time(camera, value, e); });
-}
-
-Result getGain(ArvCamera* camera, double& value) {
-    if (const Result r = requireEither(camera, "Gain", "GainRaw")) return r;
-    return run([&](GError** e) { value = arv_camera_get_gain(camera, e); });
-}
-
-Result setGain(ArvCamera* camera, double value) {
-    if (const Result r = requireEither(camera, "Gain", "GainRaw")) return r;
-    return writeFeature("Gain", numberText(value), [&](GError** e) { arv_camera_set_gain(camera, value, e); });
-}
-
-Result getBlackLevel(ArvCamera* camera, double& value) {
-    if (const Result r = requireEither(camera, "BlackLevel", "BlackLevelRaw")) return r;
-    return run([&](GError** e) { value = arv_camera_get_black_level(camera, e); });
-}
-
-Result setBlackLevel(ArvCamera* camera, double value) {
-    if (const Result r = requireEither(camera, "BlackLevel", "BlackLevelRaw")) return r;
-    return writeFeature("BlackLevel", numberText(value),
-                        [&](GError** e) { arv_camera_set_black_level(camera, value, e); });
-}
-
-Result getBalanceRatio(ArvCamera* camera, std::uint32_t selector, double& value) {
-    const char* feature = nullptr;
-    if (const Result r = selectBalance(camera, selector, feature)) return r;
-    return run([&](GError** e) { value = arv_camera_get_float(camera, feature, e); });
-}
-
-Result setBalanceRatio(ArvCamera* camera, std::uint32_t selector, double value) {
-    const char* feature = nullptr;
-    if (const Result r = selectBalance(camera, selector, feature)) return r;
-    return writeFeature(feature, numberText(value),
-                        [&](GError** e) { arv_camera_set_float(camera, feature, value, e); });
 }
 
 }  // namespace Tavri::aravis::features
