@@ -24,15 +24,20 @@ Result selectBalance(ArvCamera* camera, std::uint32_t selector, const char*& val
     const char* entry = balanceEntry(selector);
     if (!entry) return AravisResult::ValueNotSupported;
     if (const Result r = setEntry(camera, "BalanceRatioSelector", entry)) return r;
-    bool present = false;
-    if (const Result r = probe(camera, "BalanceRatio", present)) return r;
-    valueFeature = "BalanceRatio";
-    if (present) return AravisResult::Success;
-    if (const Result r = probe(camera, "BalanceRatioAbs", present)) return r;
-    valueFeature = "BalanceRatioAbs";
-    if (present) return AravisResult::Success;
-    note("the camera has neither BalanceRatio nor BalanceRatioAbs");
-    return AravisResult::FeatureMissing;
+    return requireEither(camera, "BalanceRatio", "BalanceRatioAbs", &valueFeature);
+}
+
+// The current and the older name of each numeric control's feature.
+struct Names {
+    const char* primary;
+    const char* fallback;
+};
+constexpr Names kExposure{"ExposureTime", "ExposureTimeAbs"};
+constexpr Names kGain{"Gain", "GainRaw"};
+constexpr Names kBlackLevel{"BlackLevel", "BlackLevelRaw"};
+
+Result require(ArvCamera* camera, const Names& names, const char** chosen = nullptr) {
+    return requireEither(camera, names.primary, names.fallback, chosen);
 }
 
 }  // namespace
@@ -41,33 +46,33 @@ Result selectBalance(ArvCamera* camera, std::uint32_t selector, const char*& val
 // (ExposureTime or ExposureTimeAbs, Gain or GainRaw, BlackLevel or BlackLevelRaw);
 // the checks in front only turn "neither exists" into FeatureMissing.
 Result getExposureTime(ArvCamera* camera, double& value) {
-    if (const Result r = requireEither(camera, "ExposureTime", "ExposureTimeAbs")) return r;
+    if (const Result r = require(camera, kExposure)) return r;
     return run([&](GError** e) { value = arv_camera_get_exposure_time(camera, e); });
 }
 
 Result setExposureTime(ArvCamera* camera, double value) {
-    if (const Result r = requireEither(camera, "ExposureTime", "ExposureTimeAbs")) return r;
+    if (const Result r = require(camera, kExposure)) return r;
     return writeFeature("ExposureTime", numberText(value),
                         [&](GError** e) { arv_camera_set_exposure_time(camera, value, e); });
 }
 
 Result getGain(ArvCamera* camera, double& value) {
-    if (const Result r = requireEither(camera, "Gain", "GainRaw")) return r;
+    if (const Result r = require(camera, kGain)) return r;
     return run([&](GError** e) { value = arv_camera_get_gain(camera, e); });
 }
 
 Result setGain(ArvCamera* camera, double value) {
-    if (const Result r = requireEither(camera, "Gain", "GainRaw")) return r;
+    if (const Result r = require(camera, kGain)) return r;
     return writeFeature("Gain", numberText(value), [&](GError** e) { arv_camera_set_gain(camera, value, e); });
 }
 
 Result getBlackLevel(ArvCamera* camera, double& value) {
-    if (const Result r = requireEither(camera, "BlackLevel", "BlackLevelRaw")) return r;
+    if (const Result r = require(camera, kBlackLevel)) return r;
     return run([&](GError** e) { value = arv_camera_get_black_level(camera, e); });
 }
 
 Result setBlackLevel(ArvCamera* camera, double value) {
-    if (const Result r = requireEither(camera, "BlackLevel", "BlackLevelRaw")) return r;
+    if (const Result r = require(camera, kBlackLevel)) return r;
     return writeFeature("BlackLevel", numberText(value),
                         [&](GError** e) { arv_camera_set_black_level(camera, value, e); });
 }
@@ -83,6 +88,17 @@ Result setBalanceRatio(ArvCamera* camera, std::uint32_t selector, double value) 
     if (const Result r = selectBalance(camera, selector, feature)) return r;
     return writeFeature(feature, numberText(value),
                         [&](GError** e) { arv_camera_set_float(camera, feature, value, e); });
+}
+
+Result detail::numericFeature(ArvCamera* camera, Control control, const char*& feature) {
+    switch (control) {
+    case Control::ExposureTime: return require(camera, kExposure, &feature);
+    case Control::Gain: return require(camera, kGain, &feature);
+    case Control::BlackLevel: return require(camera, kBlackLevel, &feature);
+    case Control::RedBalance: return selectBalance(camera, BalanceSelector::Red, feature);
+    case Control::BlueBalance: return selectBalance(camera, BalanceSelector::Blue, feature);
+    }
+    return AravisResult::ValueNotSupported;
 }
 
 }  // namespace Tavri::aravis::features

@@ -154,13 +154,16 @@ Result requireFeature(ArvCamera* camera, const char* feature) {
     return AravisResult::FeatureMissing;
 }
 
-Result requireEither(ArvCamera* camera, const char* primary, const char* fallback) {
-    const Result r = requireFeature(camera, primary);
-    if (r != AravisResult::FeatureMissing) return r;
-    const Result second = requireFeature(camera, fallback);
-    if (second == AravisResult::FeatureMissing)
-        note((boost::format("the camera has neither %s nor %s") % primary % fallback).str());
-    return second;
+Result requireEither(ArvCamera* camera, const char* primary, const char* fallback, const char** chosen) {
+    for (const char* feature : {primary, fallback}) {
+        bool present = false;
+        if (const Result r = probe(camera, feature, present)) return r;
+        if (!present) continue;
+        if (chosen) *chosen = feature;
+        return AravisResult::Success;
+    }
+    note((boost::format("the camera has neither %s nor %s") % primary % fallback).str());
+    return AravisResult::FeatureMissing;
 }
 
 }  // namespace detail

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "sdk/ControlRanges.h"
 #include "sdk/TeliSdk.h"
 #include "sdk/aravis/ErrorMapping.h"
 #include "sdk/aravis/GLibHandles.h"
@@ -41,6 +42,11 @@ Result probe(ArvCamera* camera, const char* feature, bool& present);
 Result setEntry(ArvCamera* camera, const char* feature, const char* entry);
 // FeatureMissing, noted, when the camera lacks the feature (or both features).
 Result requireFeature(ArvCamera* camera, const char* feature);
-Result requireEither(ArvCamera* camera, const char* primary, const char* fallback);
+// The first of the two the camera has goes to `chosen` when given.
+Result requireEither(ArvCamera* camera, const char* primary, const char* fallback, const char** chosen = nullptr);
+
+// The feature that holds a numeric control on this camera (for a balance ratio, with
+// its selector set): the one its accessors read and write.
+Result numericFeature(ArvCamera* camera, Control control, const char*& feature);
 
 }  // namespace Tavri::aravis::features::detail
