@@ -3,6 +3,8 @@
 
 #include "TavriAPI/SetMatch.h"
 
+#include "TavriAPI/RecordMath.h"
+
 #include <algorithm>
 #include <boost/format.hpp>
 #include <cmath>
@@ -11,18 +13,9 @@ namespace Tavri {
 
 namespace {
 
-bool known(std::uint64_t value) { return value != ImageRecord::kUnknown; }
-
 // Capture time where the backend knows it, else the host's time of the take.
 double captureOf(const ImageRecord& r) {
     return static_cast<double>(known(r.captureSteadyNs) ? r.captureSteadyNs : r.hostTimeNs);
-}
-
-double median(std::vector<double> values) {
-    if (values.empty()) return 0.0;
-    auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
 }
 
 double periodOf(const CameraSet& first, const MatchOptions& options) {

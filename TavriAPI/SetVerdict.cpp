@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "TavriAPI/ImageRecords.h"
+#include "TavriAPI/RecordMath.h"
 
 namespace Tavri {
 
@@ -34,8 +35,6 @@ constexpr double kMedianSearch = 0.15;
 constexpr std::size_t kSharpenFrom = 12;
 
 enum class Base { Camera, Capture, Host };
-
-bool known(std::uint64_t value) { return value != ImageRecord::kUnknown; }
 
 double timeOf(const ImageRecord& r, Base base) {
     switch (base) {
@@ -70,10 +69,7 @@ double medianInterval(const std::vector<const ImageRecord*>& good, Base base) {
     std::vector<double> intervals;
     intervals.reserve(good.size());
     for (std::size_t i = 1; i < good.size(); ++i) intervals.push_back(timeOf(*good[i], base) - timeOf(*good[i - 1], base));
-    if (intervals.size() < 2) return 0.0;
-    auto middle = intervals.begin() + static_cast<std::ptrdiff_t>(intervals.size() / 2);
-    std::nth_element(intervals.begin(), middle, intervals.end());
-    return *middle;
+    return intervals.size() < 2 ? 0.0 : median(std::move(intervals));
 }
 
 // The period at which the images' times line up best, near `rough`. The median

@@ -78,8 +78,9 @@ std::vector<std::shared_ptr<Tavri::ImageSet>> runSequence(const std::vector<Tavr
                 // The stream of a camera that is gone cannot be stopped, which fails the
                 // finish; the images that came before are still the set's, and the loss
                 // is told with the set. Every other camera is still finished.
-                if (!failed && camera->isConnected()) failed = std::current_exception();
-                sets.push_back(camera->isConnected() ? nullptr : recordSource(*camera).sequenceSet());
+                const bool connected = camera->isConnected();
+                if (connected && !failed) failed = std::current_exception();
+                sets.push_back(connected ? nullptr : recordSource(*camera).sequenceSet());
             }
         }
         if (failed) std::rethrow_exception(failed);

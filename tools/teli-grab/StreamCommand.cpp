@@ -120,13 +120,17 @@ const char* endingOf(ExitCode code) {
     }
 }
 
-// `label` heads the summary ("" for one camera; progress is shown for one camera only);
-// `tap` holds the driver's failures, for the packet-loss figures.
+// `serial` is given when several cameras stream: it heads the camera's lines and names
+// its folder under DIR, and progress is shown for one camera only. `tap` holds the
+// driver's failures, for the packet-loss figures.
 void stream(Tavri::CameraDriver& camera, const StreamOptions& options, bool debayer, const DriverLogTap& tap,
-            const std::string& label = "", const std::string& directory = "") {
+            const std::string& serial = "") {
+    const std::string label = serial.empty() ? "" : serial + " ";
     cv::Mat frame = ContinuousGrab::frameFor(camera);
     const auto mode = camera.getMode();
-    FrameSaver saver(directory.empty() ? options.directory : directory, options.every, mode, debayer);
+    const bool ownFolder = !serial.empty() && !options.directory.empty();
+    FrameSaver saver(ownFolder ? (std::filesystem::path(options.directory) / serial).string() : options.directory,
+                     options.every, mode, debayer);
     const auto& records = recordSource(camera);
     ImageWaiter waiter(camera, options.timeout);
     Tally tally;
@@ -168,12 +172,11 @@ void stream(Tavri::CameraDriver& camera, const StreamOptions& options, bool deba
     progress.finish();
     // With several cameras, only the lines that name this one.
     auto logged = tap.failures();
-    const auto serial = label.empty() ? std::string() : label.substr(0, label.size() - 1);
     logged.erase(std::remove_if(logged.begin(), logged.end(),
                                 [&](const std::string& line) { return line.find(serial) == std::string::npos; }),
                  logged.end());
     const auto loss = packetLossText(logged);
-    if (!loss.empty()) std::cout << "stream: " << loss << '\n';
+    if (!loss.empty()) std::cout << label << "stream: " << loss << '\n';
     if (ended) {
         printSummary(label, tally, frame, elapsed, saver.savedText() + endingOf(ended->code()));
         throw *ended;
@@ -206,9 +209,7 @@ void streamAll(const std::vector<Session::OpenCamera>& cameras, const StreamOpti
     for (std::size_t i = 0; i < cameras.size(); ++i)
         threads.emplace_back([&, i] {
             try {
-                const auto& serial = cameras[i].serial;
-                stream(*cameras[i].driver, options, debayer, tap, serial + " ",
-                       options.directory.empty() ? "" : (std::filesystem::path(options.directory) / serial).string());
+                stream(*cameras[i].driver, options, debayer, tap, cameras[i].serial);
             } catch (...) {
                 errors[i] = std::current_exception();
             }
