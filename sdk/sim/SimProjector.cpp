@@ -14,8 +14,7 @@ void Projector::streamOpened(std::size_t camera) {
 void Projector::streamClosed(std::size_t camera) {
     std::lock_guard<std::mutex> lock(mutex_);
     open_.erase(camera);
-    acquiring_.erase(camera);
-    if (!freeRunning_ && acquiring_.empty()) run_.reset();
+    stopListening(camera);
 }
 
 bool Projector::armed(std::size_t camera, Clock::time_point when) {
@@ -31,6 +30,10 @@ bool Projector::armed(std::size_t camera, Clock::time_point when) {
 
 void Projector::disarmed(std::size_t camera) {
     std::lock_guard<std::mutex> lock(mutex_);
+    stopListening(camera);
+}
+
+void Projector::stopListening(std::size_t camera) {
     acquiring_.erase(camera);
     if (!freeRunning_ && acquiring_.empty()) run_.reset();
 }

@@ -52,6 +52,10 @@ public:
     std::optional<Pulse> nextPulse(Listener& listener, Clock::duration period) const;
 
 private:
+    // With mutex_ held: `camera` no longer acquires; a hosted projector goes dark when
+    // none does.
+    void stopListening(std::size_t camera);
+
     const bool freeRunning_;
     mutable std::mutex mutex_;  // taken inside a device's mutex, never the other way
     std::set<std::size_t> open_, acquiring_;
