@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -143,6 +144,7 @@ TEST(ToolOverAravis, EachCommandOnAGigeCameraEndsWithItsOwnCause) {
          {}, {"disconnected", " lost (", "no image within"}, {}, {}, 3},
     };
     for (const auto& c : cases) {
+        int retries = 0;
         for (int run = 0; run < c.runs; ++run) {
             SCOPED_TRACE(std::string(c.name) + ", run " + std::to_string(run + 1));
             std::string folder = (fs::temp_directory_path() / "teli-grab-gige-XXXXXX").string();
@@ -181,7 +183,19 @@ TEST(ToolOverAravis, EachCommandOnAGigeCameraEndsWithItsOwnCause) {
                                     : std::string("it had not ended after 30 s"))
                            << "\n" << tool.out() << tool.err();
                 }
-                EXPECT_EQ(tool.exitCode(), c.exitCode) << tool.out() << tool.err();
+                // Aravis's fake camera can let a controller go while its heartbeat still
+                // comes (its own clock); the holder then reports control lost, and the
+                // case is taken again rather than blamed on the tool.
+                if (holder && tool.exitCode() != c.exitCode && retries < 2 &&
+                    holder->waitForStderr("control lost", std::chrono::seconds(3))) {
+                    std::cerr << c.name << ": the fake camera let the holder go; again\n" << holder->err();
+                    ++retries;
+                    --run;
+                    fs::remove_all(folder);
+                    continue;
+                }
+                const std::string held = holder ? "holder: " + holder->err() : std::string();
+                EXPECT_EQ(tool.exitCode(), c.exitCode) << tool.out() << tool.err() << held;
                 EXPECT_THAT(tool.err(), ::testing::ContainsRegex(c.inStderr)) << tool.out();
                 for (const auto& part : c.inStdout) EXPECT_THAT(tool.out(), ::testing::HasSubstr(part));
                 for (const auto& part : c.notInStderr) EXPECT_THAT(tool.err(), ::testing::Not(::testing::HasSubstr(part)));

@@ -87,6 +87,9 @@ const tile = (index, field) => `.tile[data-camera="${index}"] .${field}`;
 // Waits until the tile of camera `index` has drawn two different frames.
 async function tileUpdates(page, index) {
   const live = tile(index, 'live');
+  // The tiles are built once the server has listed the cameras and the controls: a
+  // predicate that threw on a missing tile would end the page's polling for good.
+  await page.waitForSelector(live, {timeout: 20000});
   await page.waitForFunction((s) => Number(document.querySelector(s).dataset.stamp) > 0, {timeout: 20000}, live);
   const first = await page.$eval(live, (e) => Number(e.dataset.stamp));
   await page.waitForFunction((s, f) => Number(document.querySelector(s).dataset.stamp) !== f, {timeout: 20000},
