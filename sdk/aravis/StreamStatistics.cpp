@@ -1,7 +1,5 @@
 #include "sdk/aravis/StreamStatistics.h"
 
-#include <boost/format.hpp>
-
 #include "TavriCommon/Logger.h"
 
 namespace Tavri::aravis {
@@ -36,17 +34,8 @@ StreamStatistics StreamStatistics::operator-(const StreamStatistics& earlier) co
     return d;
 }
 
-bool StreamStatistics::lostAnything() const { return failures || timeouts || underruns || missingPackets; }
-
-std::string StreamStatistics::describe() const {
-    return (boost::format("%d completed, %d failures, %d timeouts, %d underruns, %d missing packets, %d resent "
-                          "packets") %
-            completed % failures % timeouts % underruns % missingPackets % resentPackets)
-        .str();
-}
-
 void logAcquisition(const std::string& deviceId, const StreamStatistics& figures) {
-    const std::string line = (boost::format("Aravis stream of %s: %s") % deviceId % figures.describe()).str();
+    const std::string line = "Aravis " + figures.line(deviceId);
     if (!figures.lostAnything()) {
         TAVRI_LOG(1, line);
         return;

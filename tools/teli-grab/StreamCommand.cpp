@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <thread>
 #include <vector>
 
@@ -22,6 +21,7 @@
 #include "SetReport.h"
 #include "Timeout.h"
 #include "ToolError.h"
+#include "sdk/StreamFigures.h"
 
 namespace TeliGrab {
 
@@ -92,17 +92,14 @@ void printSummary(const std::string& label, const Tally& tally, const cv::Mat& f
                      tally.missingText() % tally.failureText() % ending;
 }
 
-// The backend's figures of the acquisition, from the line it logs when acquisition stops
-// ("Aravis stream of ...: 0 completed, 3 failures, 3 timeouts, 0 underruns, 8996 missing
-// packets, 0 resent packets"), told as packet loss when packets went missing; else empty.
+// The backend's figures of the acquisition, from the line it logs when acquisition stops,
+// told as packet loss when packets went missing; else empty.
 std::string packetLossText(const std::vector<std::string>& logged) {
-    static const std::regex figures(
-        R"(stream of .*: ([0-9]+) completed, ([0-9]+) failures, .* ([0-9]+) missing packets, ([0-9]+) resent packets)");
     for (const auto& line : logged) {
-        std::smatch m;
-        if (std::regex_search(line, m, figures) && m[3] != "0")
-            return (boost::format("packet loss: %s frames complete, %s incomplete; %s packets missing, %s resent") %
-                    m[1] % m[2] % m[3] % m[4])
+        const auto figures = Tavri::StreamFigures::fromLine(line);
+        if (figures && figures->missingPackets)
+            return (boost::format("packet loss: %d frames complete, %d incomplete; %d packets missing, %d resent") %
+                    figures->completed % figures->failures % figures->missingPackets % figures->resentPackets)
                 .str();
     }
     return {};
