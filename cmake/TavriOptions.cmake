@@ -12,6 +12,13 @@ else()
 endif()
 set(TAVRI_SANITIZE "" CACHE STRING "Sanitizers: empty, address, or thread")
 
+# GCC marks header-defined statics (inline variables, statics in inline functions) as
+# GNU-unique; a dlopen'ed plug-in that alone defines one can never be unloaded, and a
+# host could then not load it again with another backend or rig.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-fno-gnu-unique>)
+endif()
+
 add_library(tavri_warnings INTERFACE)
 target_compile_options(tavri_warnings INTERFACE -Wall -Wextra)
 

@@ -26,8 +26,8 @@ struct Setting {
 
 inline const std::vector<Setting>& table() {
     namespace Camera = SettingsOld::Camera;
-    // Made once and never destroyed: the plug-in and its host share one table per
-    // process, and the plug-in that made it may be unloaded while the host still reads it.
+    // Made once and never destroyed: a plug-in may read the table of the host that
+    // loaded it, and no unloading takes a table from under a reader.
     static const auto* rows = new std::vector<Setting>{
         {SettingsOld::ExposureTime, true, {}, true, "Exposure (µs)"},
         {Camera::Gain, true, {}, true, "Gain"},

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#ifndef _WIN32
+#include <dlfcn.h>
+#endif
 
 #include "TavriCommon/Exceptions.h"
 #include "platform/Platform.h"
@@ -88,9 +91,8 @@ TEST(CameraObjectTest, StartsEmptyAndDestructionLeavesAnOpenCameraAlone) {
     platform::freeBlock(block);
 }
 
-// The plug-in as the platform loads it: by path, entry points by name.
-TEST(PluginLoaderTest, ResolvesEntryPointsAndReportsAMissingBackend) {
-    const platform::PluginLibrary plugin(TAVRI_PLUGIN_PATH);
+// Entry points by name; a backend that is unknown or not built is refused.
+void resolveAndStartNoBackend(const platform::PluginLibrary& plugin) {
     const platform::DriverEntryPoints driver(plugin);
     const std::string missing = runtimeError([&] { plugin.entryPoint<void (*)()>("noSuchEntryPoint"); });
     EXPECT_NE(missing.find("plug-in '" TAVRI_PLUGIN_PATH "' has no entry point 'noSuchEntryPoint'"), std::string::npos)
@@ -111,6 +113,19 @@ TEST(PluginLoaderTest, ResolvesEntryPointsAndReportsAMissingBackend) {
     }
     ::unsetenv("TAVRI_TELI_SDK");
     driver.releaseDriver();  // no backend was started: nothing to stop, nothing thrown
+}
+
+// The plug-in as the platform loads it: by path, entry points by name; and unloaded
+// when the host lets it go, so that a host can load it again with another backend
+// (an object the plug-in alone defines as unique would pin it in memory for good).
+TEST(PluginLoaderTest, ResolvesEntryPointsAndReportsAMissingBackend) {
+    {
+        const platform::PluginLibrary plugin(TAVRI_PLUGIN_PATH);
+        resolveAndStartNoBackend(plugin);
+    }
+#ifndef _WIN32
+    EXPECT_EQ(dlopen(TAVRI_PLUGIN_PATH, RTLD_NOW | RTLD_NOLOAD), nullptr) << "the plug-in stayed loaded";
+#endif
 }
 
 }  // namespace
