@@ -24,11 +24,18 @@ struct Setting {
     std::string label;  // a control's caption
 };
 
-inline const std::vector<Setting>& table() {
+// One table per module, hidden from the others: a plug-in never takes its host's table
+// or gives it its own, so each goes with the module that made it, and an unloaded
+// plug-in neither leaves a reader without one nor leaks one.
+#if defined(__GNUC__) && !defined(_WIN32)
+#define CAMERA_SETTINGS_MODULE_LOCAL __attribute__((visibility("hidden")))
+#else
+#define CAMERA_SETTINGS_MODULE_LOCAL
+#endif
+
+CAMERA_SETTINGS_MODULE_LOCAL inline const std::vector<Setting>& table() {
     namespace Camera = SettingsOld::Camera;
-    // Made once and never destroyed: a plug-in may read the table of the host that
-    // loaded it, and no unloading takes a table from under a reader.
-    static const auto* rows = new std::vector<Setting>{
+    static const std::vector<Setting> rows{
         {SettingsOld::ExposureTime, true, {}, true, "Exposure (µs)"},
         {Camera::Gain, true, {}, true, "Gain"},
         {Camera::BlackLevel, true, {}, true, "Black level"},
@@ -52,7 +59,7 @@ inline const std::vector<Setting>& table() {
          "Trigger polarity"},
         {Camera::BayerLayout, false, {Camera::BayerLayoutValues::BGGR}, false, "Bayer layout"},
     };
-    return *rows;
+    return rows;
 }
 
 // The row of `key`; a key without a row is a fault of the program, not of its input.
