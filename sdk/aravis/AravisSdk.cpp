@@ -1,5 +1,8 @@
 #include "sdk/aravis/AravisSdk.h"
 
+#include <arv.h>
+#include <dlfcn.h>
+
 #include <boost/format.hpp>
 
 #include "TavriCommon/Logger.h"
@@ -9,6 +12,20 @@
 #include "sdk/aravis/TransportSettings.h"
 
 namespace Tavri::aravis {
+
+namespace {
+
+// Aravis registers GObject types, which GLib never takes back, and its USB layer keeps
+// state of its own: once used, Aravis and what it loaded stay for the whole process,
+// even when the plug-in that brought them is unloaded and loaded again.
+void keepAravisLoaded() {
+    Dl_info where{};
+    if (dladdr(reinterpret_cast<void*>(&arv_get_n_interfaces), &where) && where.dli_fname &&
+        !dlopen(where.dli_fname, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE))
+        TAVRI_LOG(1, std::string("Aravis: could not keep ") + where.dli_fname + " loaded: " + dlerror());
+}
+
+}  // namespace
 
 AravisSdk::~AravisSdk() { sdkTerminate(); }
 
@@ -69,6 +86,7 @@ void AravisSdk::ensureEnumerated() {
 Result AravisSdk::sdkInitialize(std::uint32_t) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (initialized_) return AravisResult::AlreadyInitialized;
+    keepAravisLoaded();
     initialized_ = true;
     return AravisResult::Success;
 }
