@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -144,7 +143,6 @@ TEST(ToolOverAravis, EachCommandOnAGigeCameraEndsWithItsOwnCause) {
          {}, {"disconnected", " lost (", "no image within"}, {}, {}, 3},
     };
     for (const auto& c : cases) {
-        int retries = 0;
         for (int run = 0; run < c.runs; ++run) {
             SCOPED_TRACE(std::string(c.name) + ", run " + std::to_string(run + 1));
             std::string folder = (fs::temp_directory_path() / "teli-grab-gige-XXXXXX").string();
@@ -157,7 +155,9 @@ TEST(ToolOverAravis, EachCommandOnAGigeCameraEndsWithItsOwnCause) {
                 arguments.push_back(argument.rfind("kept", 0) == 0 ? (fs::path(folder) / argument).string() : argument);
             std::optional<Tool> holder;
             if (!c.holder.empty()) {
-                auto holding = common;
+                // The holder waits on the camera's trigger line, which nothing pulses: it
+                // holds the camera and takes no frame, so no stream fault can end it early.
+                std::vector<std::string> holding{"--sdk", "aravis", "--serial", c.serial, "--log-level", "1"};
                 holding.insert(holding.end(), c.holder.begin(), c.holder.end());
                 fs::create_directory(fs::path(folder) / "holder");
                 holder.emplace(holding, fs::path(folder) / "holder");
@@ -183,16 +183,10 @@ TEST(ToolOverAravis, EachCommandOnAGigeCameraEndsWithItsOwnCause) {
                                     : std::string("it had not ended after 30 s"))
                            << "\n" << tool.out() << tool.err();
                 }
-                // Aravis's fake camera can let a controller go while its heartbeat still
-                // comes (its own clock); the holder then reports control lost, and the
-                // case is taken again rather than blamed on the tool.
-                if (holder && tool.exitCode() != c.exitCode && retries < 2 &&
-                    holder->waitForStderr("control lost", std::chrono::seconds(3))) {
-                    std::cerr << c.name << ": the fake camera let the holder go; again\n" << holder->err();
-                    ++retries;
-                    --run;
-                    fs::remove_all(folder);
-                    continue;
+                // A holder that ended would have let the camera go: that is no verdict on the tool.
+                if (holder) {
+                    ASSERT_FALSE(holder->waitForExit(std::chrono::milliseconds(0)))
+                        << "the holder ended before the tool was done: " << holder->err();
                 }
                 const std::string held = holder ? "holder: " + holder->err() : std::string();
                 EXPECT_EQ(tool.exitCode(), c.exitCode) << tool.out() << tool.err() << held;
