@@ -50,9 +50,8 @@ struct StreamFigures {
     // "stream of <source>: <describe()>", the backend's line.
     std::string line(const std::string& source) const { return streamfigures::kLead + source + ": " + describe(); }
 
-    // The figures of the first such line within `text`.
-    static std::optional<StreamFigures> fromLine(const std::string& text) {
-        const std::string& line = text;
+    // The figures of the first such line within `line`.
+    static std::optional<StreamFigures> fromLine(const std::string& line) {
         std::size_t at = line.find(streamfigures::kLead);
         if (at == std::string::npos || (at = line.find(": ", at + std::strlen(streamfigures::kLead))) == std::string::npos)
             return std::nullopt;
